@@ -1,0 +1,43 @@
+# Common compile settings for every target of the project.
+#
+# zuvo_target_defaults(<target>) applies the warning set, QT_NO_KEYWORDS and,
+# when ZUVO_SANITIZE is on, the sanitizer flags.
+
+set(ZUVO_SANITIZER_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+
+function(zuvo_target_defaults target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra)
+  target_compile_definitions(${target} PRIVATE QT_NO_KEYWORDS QT_NO_CAST_TO_ASCII)
+  if(ZUVO_SANITIZE)
+    target_compile_options(${target} PRIVATE ${ZUVO_SANITIZER_FLAGS})
+    target_link_options(${target} PRIVATE ${ZUVO_SANITIZER_FLAGS})
+  endif()
+endfunction()
+
+# zuvo_library(<target> <alias> SOURCES ... [PUBLIC_LINK ...]) builds one shared
+# library of the project, exported under Zuvo::<alias> and installed with its
+# headers below include/zuvo/<subdir>.
+function(zuvo_library target alias)
+  cmake_parse_arguments(ARG "" "HEADER_DIR" "SOURCES;HEADERS;PUBLIC_LINK;PRIVATE_LINK" ${ARGN})
+  add_library(${target} SHARED ${ARG_SOURCES} ${ARG_HEADERS})
+  add_library(Zuvo::${alias} ALIAS ${target})
+  set_target_properties(${target} PROPERTIES
+    EXPORT_NAME ${alias}
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR})
+  zuvo_target_defaults(${target})
+  target_compile_definitions(${target} PUBLIC QT_NO_KEYWORDS)
+  target_include_directories(${target} PUBLIC
+    $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/zuvo>)
+  target_link_libraries(${target} PUBLIC ${ARG_PUBLIC_LINK} PRIVATE ${ARG_PRIVATE_LINK})
+  install(TARGETS ${target} EXPORT ZuvoPlayTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zuvo)
+  foreach(header ${ARG_HEADERS})
+    get_filename_component(dir ${header} DIRECTORY)
+    install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zuvo/${dir})
+  endforeach()
+endfunction()

@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# The whole test suite: installs what is missing, then builds and runs every
+# test twice, once plainly and once under AddressSanitizer + UBSan.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+cd "$root"
+bash scripts/deps.sh
+
+echo "== format check"
+if ! bash scripts/format.sh --check; then
+  echo "clang-format: the files above need formatting (run scripts/format.sh)"
+  exit 1
+fi
+
+echo "== build and test (build/)"
+bash scripts/build.sh build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+(cd build && ctest --output-on-failure -j 2)
+
+echo "== build and test under ASan + UBSan (build-asan/)"
+bash scripts/build.sh build-asan -DCMAKE_BUILD_TYPE=Debug -DZUVO_SANITIZE=ON -DZUVO_BUILD_TOOLS=ON
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+export LSAN_OPTIONS=suppressions=$root/tests/lsan.supp
+(cd build-asan && ctest --output-on-failure -j 2 -E 'install_package')
