@@ -1,0 +1,3 @@
+#include "zuvoplayversion.h"
+
+QString zuvoPlayVersion() { return QStringLiteral(ZUVO_PLAY_VERSION); }
