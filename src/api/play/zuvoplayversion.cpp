@@ -1,3 +1,5 @@
 #include "zuvoplayversion.h"
 
-QString zuvoPlayVersion() { return QStringLiteral(ZUVO_PLAY_VERSION); }
+QString zuvoPlayVersion() {
+    return QStringLiteral(ZUVO_PLAY_VERSION);
+}

@@ -30,7 +30,9 @@ QString escape(const QString& text, bool inQuery) {
         if (mustEscape(c, inQuery)) {
             const QByteArray utf8 = QString(c).toUtf8();
             for (const char byte : utf8)
-                out += QLatin1Char('%') + QString::number(static_cast<uchar>(byte), 16).toUpper().rightJustified(2, QLatin1Char('0'));
+                out += QLatin1Char('%') + QString::number(static_cast<uchar>(byte), 16)
+                                              .toUpper()
+                                              .rightJustified(2, QLatin1Char('0'));
         } else {
             out += c;
         }
@@ -98,9 +100,11 @@ void appendParams(QList<CMPath::Param>& params, const QString& query) {
 
 } // namespace
 
-CMPath::CMPath(const QString& encoded) : CMPath(fromEncoded(encoded)) {}
+CMPath::CMPath(const QString& encoded)
+    : CMPath(fromEncoded(encoded)) {}
 
-CMPath::CMPath(const char* encoded) : CMPath(fromEncoded(QString::fromUtf8(encoded))) {}
+CMPath::CMPath(const char* encoded)
+    : CMPath(fromEncoded(QString::fromUtf8(encoded))) {}
 
 CMPath CMPath::fromEncoded(const QString& encoded) {
     CMPath path;
@@ -133,7 +137,8 @@ QString CMPath::toEncoded() const {
         for (int i = 0; i < m_params.size(); ++i) {
             if (i > 0)
                 out += QLatin1Char('&');
-            out += escape(m_params.at(i).first, true) + QLatin1Char('=') + escape(m_params.at(i).second, true);
+            out +=
+                escape(m_params.at(i).first, true) + QLatin1Char('=') + escape(m_params.at(i).second, true);
         }
     }
     return out;
@@ -184,7 +189,9 @@ bool CMPath::equals(const CMPath& other, Compare mode) const {
     return mode == CompareWithoutParams || m_params == other.m_params;
 }
 
-CMPath CMPath::operator+(const QString& relative) const { return *this + fromEncoded(relative); }
+CMPath CMPath::operator+(const QString& relative) const {
+    return *this + fromEncoded(relative);
+}
 
 CMPath CMPath::operator+(const CMPath& relative) const {
     CMPath path(*this);

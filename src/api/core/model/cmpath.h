@@ -82,5 +82,7 @@ template <> struct ZuvoFieldCodec<CMPath> {
     static CMPath read(const QVariant& value) {
         return value.userType() == QMetaType::QString ? CMPath::fromEncoded(value.toString()) : CMPath();
     }
-    static QVariant write(const CMPath& path) { return path.isEmpty() ? QVariant(QString()) : path.toEncoded(); }
+    static QVariant write(const CMPath& path) {
+        return path.isEmpty() ? QVariant(QString()) : path.toEncoded();
+    }
 };
