@@ -1,0 +1,7 @@
+#include "uuid.h"
+
+#include <QUuid>
+
+QString zuvoGenerateUuid() {
+    return QUuid::createUuid().toString(QUuid::WithoutBraces);
+}
