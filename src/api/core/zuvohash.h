@@ -24,7 +24,8 @@
 class ZuvoHash {
 public:
     ZuvoHash() = default;
-    explicit ZuvoHash(const QVariantHash& hash) : m_hash(hash) {}
+    explicit ZuvoHash(const QVariantHash& hash)
+        : m_hash(hash) {}
 
     QVariant __variant() const { return QVariant(m_hash); }
     const QVariantHash& __hash() const { return m_hash; }
@@ -59,7 +60,8 @@ template <typename T> class ZuvoList : public QList<T> {
 public:
     using QList<T>::QList;
     ZuvoList() = default;
-    ZuvoList(const QList<T>& other) : QList<T>(other) {}
+    ZuvoList(const QList<T>& other)
+        : QList<T>(other) {}
 };
 
 namespace zuvo_detail {
@@ -97,7 +99,7 @@ template <typename T, typename Enable = void> struct ZuvoFieldCodec {
         } else if constexpr (std::is_same_v<T, QStringList>) {
             const auto type = value.userType();
             return (type == QMetaType::QStringList || type == QMetaType::QVariantList) ? value.toStringList()
-                                                                                      : QStringList();
+                                                                                       : QStringList();
         } else if constexpr (std::is_enum_v<T>) {
             return zuvo_detail::isNumeric(value) ? static_cast<T>(value.toInt()) : T();
         } else if constexpr (std::is_floating_point_v<T>) {
@@ -129,34 +131,89 @@ template <typename T, typename Enable = void> struct ZuvoFieldCodec {
 };
 
 #define ZUVO_FIELD_DECL(Type, name, Name)                                                                    \
-    Type name() const { return ZuvoFieldCodec<Type>::read(m_hash.value(Name())); }                           \
-    void set##Name(const Type& value) { m_hash.insert(Name(), ZuvoFieldCodec<Type>::write(value)); }         \
-    bool isSet##Name() const { return m_hash.contains(Name()); }                                             \
-    static QString Name() { return QStringLiteral(#name); }
+    Type name() const {                                                                                      \
+        return ZuvoFieldCodec<Type>::read(m_hash.value(Name()));                                             \
+    }                                                                                                        \
+    void set##Name(const Type& value) {                                                                      \
+        m_hash.insert(Name(), ZuvoFieldCodec<Type>::write(value));                                           \
+    }                                                                                                        \
+    bool isSet##Name() const {                                                                               \
+        return m_hash.contains(Name());                                                                      \
+    }                                                                                                        \
+    static QString Name() {                                                                                  \
+        return QStringLiteral(#name);                                                                        \
+    }
 
 // Declares record class Record with the fields listed by FIELDS(F).
 #define ZUVO_RECORD(Record, FIELDS)                                                                          \
     class Record : public ZuvoHash {                                                                         \
     public:                                                                                                  \
         Record() = default;                                                                                  \
-        explicit Record(const QVariantHash& hash) : ZuvoHash(hash) {}                                        \
+        explicit Record(const QVariantHash& hash)                                                            \
+            : ZuvoHash(hash) {}                                                                              \
         FIELDS(ZUVO_FIELD_DECL)                                                                              \
     };
+
+// Records whose field types refer back to them (A holds B, B holds a list of
+// A) cannot define their accessors inside the class, because a getter returns
+// its field by value and so needs the field's type complete. For those:
+//
+//   ZUVO_RECORD_DECLARE(Record, FIELDS)   // the class, accessors declared only
+//   ... the records its fields use ...
+//   #define ZUVO_RECORD_SELF Record
+//   ZUVO_RECORD_DEFINE(Record, FIELDS)    // inline accessor definitions
+//   #undef ZUVO_RECORD_SELF
+//
+// The accessors behave exactly as those of ZUVO_RECORD. ZUVO_RECORD_SELF names
+// the record for the out-of-line definitions (a field macro receives only the
+// field); ZUVO_RECORD_DEFINE checks that it matches.
+#define ZUVO_FIELD_PROTO(Type, name, Name)                                                                   \
+    Type name() const;                                                                                       \
+    void set##Name(const Type& value);                                                                       \
+    bool isSet##Name() const {                                                                               \
+        return m_hash.contains(Name());                                                                      \
+    }                                                                                                        \
+    static QString Name() {                                                                                  \
+        return QStringLiteral(#name);                                                                        \
+    }
+
+#define ZUVO_FIELD_DEFINE(Type, name, Name)                                                                  \
+    inline Type ZUVO_RECORD_SELF::name() const {                                                             \
+        return ZuvoFieldCodec<Type>::read(m_hash.value(Name()));                                             \
+    }                                                                                                        \
+    inline void ZUVO_RECORD_SELF::set##Name(const Type& value) {                                             \
+        m_hash.insert(Name(), ZuvoFieldCodec<Type>::write(value));                                           \
+    }
+
+#define ZUVO_RECORD_DECLARE(Record, FIELDS)                                                                  \
+    class Record : public ZuvoHash {                                                                         \
+    public:                                                                                                  \
+        Record() = default;                                                                                  \
+        explicit Record(const QVariantHash& hash)                                                            \
+            : ZuvoHash(hash) {}                                                                              \
+        FIELDS(ZUVO_FIELD_PROTO)                                                                             \
+    };
+
+#define ZUVO_RECORD_DEFINE(Record, FIELDS)                                                                   \
+    static_assert(std::is_same_v<Record, ZUVO_RECORD_SELF>, "define ZUVO_RECORD_SELF as " #Record);          \
+    FIELDS(ZUVO_FIELD_DEFINE)
 
 #define ZUVO_ENUM_VALUE(name, value) name = value,
 #define ZUVO_ENUM_CASE(name, value)                                                                          \
     case name:                                                                                               \
         return QStringLiteral(#name);
 
-// Declares struct Type { enum Enum {...}; static QString toString(Enum); }
+// Declares struct Type { enum Enum : int {...}; static QString toString(Enum); }
 // from VALUES(V), a list of V(name, value). toString of a value outside the
-// list gives an empty string.
+// list gives an empty string. The underlying type is fixed to int so that any
+// int read from untrusted input is a valid Enum value (an enumeration without
+// a fixed type only holds the values of its enumerators' bit range).
 #define ZUVO_ENUM(Type, VALUES)                                                                              \
     struct Type {                                                                                            \
-        enum Enum { VALUES(ZUVO_ENUM_VALUE) };                                                               \
-        static QString toString(Enum value) {                                                                \
+        enum Enum : int { VALUES(ZUVO_ENUM_VALUE) };                                                         \
+        static QString toString(Enum value) { return toString(static_cast<int>(value)); }                    \
+        static QString toString(int value) {                                                                 \
             switch (value) { VALUES(ZUVO_ENUM_CASE) }                                                        \
             return QString();                                                                                \
         }                                                                                                    \
-        static QString toString(int value) { return toString(static_cast<Enum>(value)); }                    \
     };
