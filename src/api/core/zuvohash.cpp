@@ -46,7 +46,8 @@ QString hashToLogString(const QVariantHash& hash) {
     QStringList parts;
     parts.reserve(keys.size());
     for (const QString& key : keys)
-        parts.append(QLatin1Char('"') + key + QStringLiteral("\": ") + zuvoVariantToLogString(hash.value(key)));
+        parts.append(QLatin1Char('"') + key + QStringLiteral("\": ") +
+                     zuvoVariantToLogString(hash.value(key)));
     return QLatin1Char('{') + parts.join(QStringLiteral(", ")) + QLatin1Char('}');
 }
 
@@ -75,7 +76,9 @@ QString zuvoVariantToLogString(const QVariant& value) {
     }
 }
 
-QString ZuvoHash::toLogString() const { return hashToLogString(m_hash); }
+QString ZuvoHash::toLogString() const {
+    return hashToLogString(m_hash);
+}
 
 std::ostream& operator<<(std::ostream& stream, const ZuvoHash& record) {
     return stream << record.toLogString().toStdString();

@@ -3,17 +3,8 @@
 #include "cmnode.h"
 #include "cmnodes.h"
 #include "cmvaluenode.h"
+#include "zuvoroles.h"
 #include "zuvovalue.h"
-
-namespace {
-
-// Key of the activation role; the same string as ZuvoRoles::Activate().
-const QString& activateRole() {
-    static const QString role = QStringLiteral("activate");
-    return role;
-}
-
-} // namespace
 
 QVariant CMAbstractWorker::getValue(const CMPath& path) const {
     auto* node = qobject_cast<CMValueNode*>(m_nodes->node(path));
@@ -26,7 +17,7 @@ void CMAbstractWorker::getRows(const CMPath& path, int fromRow, int toRow, int f
 }
 
 void CMAbstractWorker::invoke(const CMPath& path, const QVariant& arguments, const CMReply<QVariant>& reply) {
-    request(CMSetDataRequest(path, activateRole(), arguments, reply));
+    request(CMSetDataRequest(path, ZuvoRoles::Activate(), arguments, reply));
 }
 
 void CMAbstractWorker::invoke(const CMPath& path, const ZuvoHash& arguments, const CMReply<QVariant>& reply) {
