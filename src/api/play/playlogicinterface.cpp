@@ -13,9 +13,11 @@ struct Registry {
     QHash<CMPath, PlayLogicInterface*> instances;
 };
 
+// Created on first use (thread-safe) and deliberately never destroyed, like
+// the instances it holds: they stay valid until the process ends.
 Registry& registry() {
-    static Registry r; // thread-safe initialisation; never destroyed before use ends
-    return r;
+    static Registry* r = new Registry;
+    return *r;
 }
 
 } // namespace
