@@ -18,6 +18,7 @@ void TestServiceNode::onInvoked(const CMSetDataRequest& request) {
         request.reply().setValue(QVariant());
 }
 
+#include "eventloop.h"
 #include "model/cmvaluenode.h"
 #include "zuvo.h"
 
@@ -132,4 +133,20 @@ void TestStreamerPlayLogic::prepareNextMedia() {
         return;
     }
     sendSetNextMediaCommand(upcoming.takeFirst(), QVariantHash());
+}
+
+ZuvoStreamerData spltest::playAndStart(SplHarness& h, const ZuvoRoles& track) {
+    const int playsBefore = h.streamer.playNode().count();
+    const int id = h.streamer.nextPlaybackId();
+    h.client->playContainer(ZuvoRoles(), track, 0, 0);
+    if (!zuvotest::waitUntil([&] { return h.streamer.playNode().count() == playsBefore + 1; }))
+        return ZuvoStreamerData();
+    ZuvoStreamerData data = streamerData(id, ZuvoPlayLogicState::playing, track);
+    ZuvoPlayLogicStatus status;
+    status.setDuration(60000);
+    data.setStatus(status);
+    h.streamer.publish(data);
+    if (!zuvotest::waitUntil([&] { return h.client->data().streamId() == id; }))
+        return ZuvoStreamerData();
+    return data;
 }

@@ -143,3 +143,11 @@ struct SplHarness {
     CMPath basePath{"/test/streamerPlayLogic"};
     PlayLogicInterface* client = PlayLogicInterface::instance(basePath);
 };
+
+namespace spltest {
+// Plays track through the harness's client and lets the scripted streamer
+// start it (state playing, duration 60000 ms) with the next playback id;
+// returns the streamer data published. Waits on the event loop; returns an
+// empty record when the play does not reach the streamer or the play logic.
+ZuvoStreamerData playAndStart(SplHarness& h, const ZuvoRoles& track);
+} // namespace spltest

@@ -24,18 +24,9 @@ protected:
     ZuvoPlayLogicData published() const { return h.client->data(); }
     ZuvoStreamerPlayArgs sentPlay(int i) { return ZuvoStreamerPlayArgs(h.streamer.playNode().valueAt(i)); }
 
-    // Plays track and lets the streamer start it with the next playback id.
     ZuvoStreamerData playAndStart(const ZuvoRoles& track) {
-        const int playsBefore = h.streamer.playNode().count();
-        const int id = h.streamer.nextPlaybackId();
-        h.client->playContainer(ZuvoRoles(), track, 0, 0);
-        EXPECT_TRUE(waitUntil([&] { return h.streamer.playNode().count() == playsBefore + 1; }));
-        ZuvoStreamerData data = spltest::streamerData(id, ZuvoPlayLogicState::playing, track);
-        ZuvoPlayLogicStatus status;
-        status.setDuration(60000);
-        data.setStatus(status);
-        h.streamer.publish(data);
-        EXPECT_TRUE(waitUntil([&] { return published().streamId() == id; }));
+        const ZuvoStreamerData data = spltest::playAndStart(h, track);
+        EXPECT_FALSE(data.isEmpty());
         return data;
     }
 
