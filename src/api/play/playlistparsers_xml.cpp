@@ -1,0 +1,136 @@
+// The XML playlist formats: ASX and WPL.
+
+#include <QXmlStreamReader>
+#include <log4cplus/logger.h>
+#include <log4cplus/loggingmacros.h>
+
+#include "logging.h"
+#include "playlistdata.h"
+#include "playlistparsers.h"
+
+static log4cplus::Logger logger = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("PlayListParser"));
+
+namespace {
+
+// Reads the next token. A document type declaration with an internal subset
+// ends the document with an error: the reader expands internal entities and
+// attribute defaults declared there, which lets a few kilobytes become
+// gigabytes of text (nested or merely repeated entity references), and no
+// playlist needs them. Predefined entities and character references stay.
+QXmlStreamReader::TokenType readNextToken(QXmlStreamReader& reader) {
+    const QXmlStreamReader::TokenType token = reader.readNext();
+    if (token == QXmlStreamReader::DTD &&
+        (reader.text().contains(QLatin1Char('[')) || !reader.entityDeclarations().isEmpty())) {
+        reader.raiseError(
+            QStringLiteral("Document type declarations with an internal subset are not supported"));
+        return reader.tokenType();
+    }
+    return token;
+}
+
+bool nameIs(const QXmlStreamReader& reader, const QString& lowerName) {
+    return reader.name().toString().toLower() == lowerName;
+}
+
+} // namespace
+
+PlayListParser::Result PlayListParserASX::parse(const PlayListData& data) {
+    static const QString asx = QStringLiteral("asx");
+
+    Result result;
+    QXmlStreamReader reader(data.data());
+    while (!reader.atEnd() && readNextToken(reader) != QXmlStreamReader::StartElement) {
+    }
+    if (reader.tokenType() != QXmlStreamReader::StartElement)
+        return result;
+    LOG4CPLUS_TRACE(logger, "First element: " << reader.name().toString());
+    if (!nameIs(reader, asx))
+        return result;
+    result.ok = true;
+
+    const ZuvoList<ZuvoRoles> entries = parseEntries(data, reader);
+    for (const ZuvoRoles& entry : entries)
+        result.rows.append(entry.__variant());
+    if (reader.hasError())
+        LOG4CPLUS_ERROR(logger, "Parser error: " << reader.errorString());
+    return result;
+}
+
+ZuvoList<ZuvoRoles> PlayListParserASX::parseEntries(const PlayListData& data, QXmlStreamReader& reader) {
+    static const QString entry = QStringLiteral("entry");
+
+    ZuvoList<ZuvoRoles> entries;
+    while (!reader.atEnd()) {
+        if (readNextToken(reader) != QXmlStreamReader::StartElement || !nameIs(reader, entry))
+            continue;
+        const ZuvoRoles row = parseEntry(data, reader);
+        if (!row.isEmpty())
+            entries.append(row);
+    }
+    return entries;
+}
+
+ZuvoRoles PlayListParserASX::parseEntry(const PlayListData& data, QXmlStreamReader& reader) {
+    static const QString entry = QStringLiteral("entry");
+    static const QString title = QStringLiteral("title");
+    static const QString ref = QStringLiteral("ref");
+    static const QString href = QStringLiteral("href");
+    static const QString hrefUpper = QStringLiteral("HREF");
+
+    ZuvoRoles roles;
+    ZuvoMetaData metaData;
+    ZuvoResource resource; // the last "ref" wins: an entry has one resource
+    while (!reader.atEnd()) {
+        const QXmlStreamReader::TokenType token = readNextToken(reader);
+        if (token == QXmlStreamReader::StartElement) {
+            if (nameIs(reader, title)) {
+                roles.setTitle(reader.readElementText(QXmlStreamReader::ErrorOnUnexpectedElement));
+            } else if (nameIs(reader, ref)) {
+                const QXmlStreamAttributes attributes = reader.attributes();
+                QString target = attributes.value(href).toString();
+                if (target.isEmpty())
+                    target = attributes.value(hrefUpper).toString();
+                resource = entryResource(data.pathToURI(target));
+            }
+        } else if (token == QXmlStreamReader::EndElement && nameIs(reader, entry)) {
+            return createMediaRow(roles, metaData, resource);
+        }
+    }
+    return ZuvoRoles();
+}
+
+PlayListParser::Result PlayListParserWPL::parse(const PlayListData& data) {
+    static const QString wpl = QStringLiteral("wpl");
+    static const QString version = QStringLiteral("version=\"1.0\"");
+
+    Result result;
+    QXmlStreamReader reader(data.data());
+    while (!reader.atEnd() && readNextToken(reader) != QXmlStreamReader::ProcessingInstruction) {
+    }
+    if (reader.tokenType() != QXmlStreamReader::ProcessingInstruction ||
+        reader.processingInstructionTarget() != wpl || reader.processingInstructionData() != version)
+        return result;
+    result.ok = true;
+
+    const ZuvoList<ZuvoRoles> entries = parseEntries(data, reader);
+    for (const ZuvoRoles& entry : entries)
+        result.rows.append(entry.__variant());
+    if (reader.hasError())
+        LOG4CPLUS_DEBUG(logger, "Parser error: " << reader.errorString());
+    return result;
+}
+
+ZuvoList<ZuvoRoles> PlayListParserWPL::parseEntries(const PlayListData& data, QXmlStreamReader& reader) {
+    static const QString media = QStringLiteral("media");
+    static const QString src = QStringLiteral("src");
+
+    ZuvoList<ZuvoRoles> entries;
+    while (!reader.atEnd()) {
+        if (readNextToken(reader) != QXmlStreamReader::StartElement || !nameIs(reader, media))
+            continue;
+        const QString path =
+            reader.attributes().value(src).toString().replace(QLatin1Char('\\'), QLatin1Char('/'));
+        entries.append(createMediaRow(ZuvoRoles(), ZuvoMetaData(), entryResource(data.pathToURI(path))));
+    }
+    return entries;
+}
