@@ -40,6 +40,7 @@ ScriptedStreamer::ScriptedStreamer(CMNodes* nodes, QObject* parent)
     const CMPath dataPath = ZuvoStreamerDefaultPrefixPath() + ZuvoStreamerDataPath();
     m_data = CMValueNode::create(nodes, dataPath);
     m_playTime = CMValueNode::create(nodes, dataPath + ZuvoPlayLogicPlayTimePath());
+    m_bufferingLevel = CMValueNode::create(nodes, dataPath + ZuvoPlayLogicBufferingLevelPath());
 }
 
 TestServiceNode* ScriptedStreamer::makeNode(CMNodes* nodes, const CMPath& relative) {
@@ -48,6 +49,12 @@ TestServiceNode* ScriptedStreamer::makeNode(CMNodes* nodes, const CMPath& relati
 
 void ScriptedStreamer::publish(const ZuvoStreamerData& data) {
     m_data->setValue(ZuvoValue(data.__hash()));
+}
+
+void ScriptedStreamer::publishBufferingLevel(double percentage) {
+    ZuvoValue value;
+    value.setDouble_(percentage);
+    m_bufferingLevel->setValue(value);
 }
 
 void ScriptedStreamer::publishPlayTime(qint64 ms) {

@@ -72,6 +72,7 @@ public:
     // Publishes data as the streamer's data value.
     void publish(const ZuvoStreamerData& data);
     void publishPlayTime(qint64 ms);
+    void publishBufferingLevel(double percentage);
     // The playback id the next play/setNextMedia answer gives.
     int nextPlaybackId() const { return m_nextId; }
 
@@ -88,6 +89,7 @@ private:
     TestServiceNode* m_seek = nullptr;
     CMValueNode* m_data = nullptr;
     CMValueNode* m_playTime = nullptr;
+    CMValueNode* m_bufferingLevel = nullptr;
 };
 
 // Builders of the records the streamer play logic tests exchange.
@@ -124,6 +126,7 @@ public:
     using StreamerPlayLogic::seekTimeRelToAbs;
     using StreamerPlayLogic::sendPlayCommand;
     using StreamerPlayLogic::sendSetNextMediaCommand;
+    using StreamerPlayLogic::setStopFlag;
 
     ZuvoPlayLogicData mediaPlaybackStarted(const ZuvoRoles& newTrackRoles,
                                            const ZuvoRoles& previousTrackRoles) override;

@@ -57,10 +57,12 @@ StreamerPlayLogic::~StreamerPlayLogic() {
 }
 
 const ZuvoRoles& StreamerPlayLogic::currentTrackRoles() const {
+    dbglog_scopedFunction(logger);
     return m_currentTrackRoles;
 }
 
 const ZuvoRoles& StreamerPlayLogic::nextTrackRoles() const {
+    dbglog_scopedFunction(logger);
     return m_nextTrackRoles;
 }
 
@@ -98,9 +100,10 @@ void StreamerPlayLogic::playInternal(const CMSetDataRequest& request, const Zuvo
 }
 
 void StreamerPlayLogic::on_playInternalFinished(const CMVoidReply& reply) {
+    dbglog_scopedFunction(logger);
     const CMError error = reply.error();
     if (!error.name().isEmpty())
-        LOG4CPLUS_TRACE(logger, "Play request failed: " << error.message());
+        LOG4CPLUS_TRACE(logger, error.message());
 }
 
 ZuvoRoles StreamerPlayLogic::updateStateChangePath(ZuvoRoles roles) {

@@ -38,6 +38,7 @@ void StreamerPlayLogic::answerNotSupported(const CMSetDataRequest& request, cons
 }
 
 bool StreamerPlayLogic::isControl(const QString& name) {
+    dbglog_scopedFunction(logger);
     const bool set = data().controls().__value(name).toBool();
     if (set)
         LOG4CPLUS_TRACE(logger, "Control is set: " << name);

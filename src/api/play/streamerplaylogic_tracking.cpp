@@ -9,15 +9,18 @@
 static log4cplus::Logger logger = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("StreamerPlayLogic"));
 
 int StreamerPlayLogic::currentStreamId() const {
+    dbglog_scopedFunction(logger);
     const ZuvoPlayLogicData published = data();
     return published.isSetStreamId() ? published.streamId() : -1;
 }
 
 ZuvoRoles StreamerPlayLogic::translateTrackRoles(const ZuvoRoles& roles) {
+    dbglog_scopedFunction(logger);
     return roles;
 }
 
 ZuvoPlayLogicStatus StreamerPlayLogic::translatePlayLogicStatus(const ZuvoPlayLogicStatus& status) {
+    dbglog_scopedFunction(logger);
     return status;
 }
 
@@ -34,14 +37,17 @@ void StreamerPlayLogic::tryResumePlayback() {
 }
 
 void StreamerPlayLogic::playTimeChangedInternal(qint64 timeMs) {
+    dbglog_scopedFunctionArgs(logger, timeMs);
     setPlayTime(timeMs);
 }
 
 void StreamerPlayLogic::on_streamerController_timeChanged(qint64 timeMs) {
+    dbglog_scopedFunctionArgs(logger, timeMs);
     playTimeChangedInternal(timeMs);
 }
 
 void StreamerPlayLogic::on_streamerController_buffering(int percentage) {
+    dbglog_scopedFunctionArgs(logger, percentage);
     setBufferLevel(double(percentage));
 }
 

@@ -174,4 +174,25 @@ TEST_F(ErrorsTest, EndOfPlaybackKeepsAReportedError) {
     EXPECT_EQ(logic->tryResumeCalls, 0);
 }
 
+TEST_F(ErrorsTest, PlaybackEndsOnlyWhenBothStopFlagsAreSet) {
+    ASSERT_FALSE(playAndStart(spltest::item({QStringLiteral("http://a/1")})).isEmpty());
+    logic->setStopFlag(StreamerPlayLogic::StreamerStopped);
+    logic->setStopFlag(StreamerPlayLogic::StreamerStopped);
+    EXPECT_EQ(published().state(), ZuvoPlayLogicState::playing);
+
+    // A new play between the two reasons forgets the first one.
+    logic->sendPlayCommand(spltest::item({QStringLiteral("http://a/2")}), {});
+    logic->setStopFlag(StreamerPlayLogic::NoNextMedia);
+    EXPECT_EQ(published().state(), ZuvoPlayLogicState::playing);
+
+    logic->setStopFlag(StreamerPlayLogic::StreamerStopped);
+    EXPECT_EQ(published().state(), ZuvoPlayLogicState::stopped);
+    EXPECT_EQ(h.client->bufferLevel(), -1.0);
+    // The set was emptied: a further flag alone publishes nothing.
+    int publications = 0;
+    QObject::connect(logic.get(), &PlayLogicBase::playbackDataChanged, [&publications] { ++publications; });
+    logic->setStopFlag(StreamerPlayLogic::NoNextMedia);
+    EXPECT_EQ(publications, 0);
+}
+
 } // namespace

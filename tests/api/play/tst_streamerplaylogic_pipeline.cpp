@@ -211,6 +211,34 @@ TEST_F(PipelineTest, StatusOnlyChangeLeavesTheState) {
     EXPECT_EQ(log.count(QStringLiteral("New media started")), 0);
 }
 
+TEST_F(PipelineTest, BufferingLevelIsPublishedAsIs) {
+    ASSERT_FALSE(spltest::playAndStart(h, spltest::item({QStringLiteral("http://a/1")})).isEmpty());
+    h.streamer.publishBufferingLevel(57.0);
+    ASSERT_TRUE(waitUntil([&] { return h.client->bufferLevel() == 57.0; }));
+}
+
+TEST_F(PipelineTest, RefusedMediaStillAnswersPlayAndStopClearsAtOnce) {
+    h.streamer.playNode().setAnswer([](const CMSetDataRequest& request) {
+        request.reply().setError(
+            CMError(QStringLiteral("refused"), QStringLiteral("t"), QStringLiteral("No")));
+    });
+    const CMReply<QVariant> play =
+        h.client->playContainer(ZuvoRoles(), spltest::item({QStringLiteral("x")}), 0, 0);
+    ASSERT_TRUE(waitUntil([&] { return h.streamer.playNode().count() == 1; }));
+    EXPECT_TRUE(play.isFinished());
+    EXPECT_FALSE(play.hasError());
+    zuvotest::drainEvents();
+    EXPECT_EQ(published().state(), ZuvoPlayLogicState::Enum(1));
+
+    LogCapture log;
+    const CMReply<QVariant> stop = h.client->stop(ZuvoPlayLogicStopReason::user);
+    ASSERT_TRUE(waitUntil([&] { return published().state() == ZuvoPlayLogicState::stopped; }))
+        << log.toString().toStdString();
+    EXPECT_FALSE(stop.hasError());
+    EXPECT_TRUE(log.contains(log4cplus::DEBUG_LOG_LEVEL, QStringLiteral("Playback is already stopped")));
+    EXPECT_EQ(h.client->bufferLevel(), -1.0);
+}
+
 TEST_F(PipelineTest, DestroyingWhilePlayingStopsTheStreamer) {
     ASSERT_FALSE(spltest::playAndStart(h, spltest::item({QStringLiteral("http://a/1")})).isEmpty());
     LogCapture log;
