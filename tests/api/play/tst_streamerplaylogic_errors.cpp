@@ -190,7 +190,9 @@ TEST_F(ErrorsTest, PlaybackEndsOnlyWhenBothStopFlagsAreSet) {
     EXPECT_EQ(h.client->bufferLevel(), -1.0);
     // The set was emptied: a further flag alone publishes nothing.
     int publications = 0;
-    QObject::connect(logic.get(), &PlayLogicBase::playbackDataChanged, [&publications] { ++publications; });
+    const QObject counter; // disconnects before publications goes out of scope
+    QObject::connect(logic.get(), &PlayLogicBase::playbackDataChanged, &counter,
+                     [&publications] { ++publications; });
     logic->setStopFlag(StreamerPlayLogic::NoNextMedia);
     EXPECT_EQ(publications, 0);
 }
