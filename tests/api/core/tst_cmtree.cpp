@@ -224,6 +224,15 @@ TEST_F(CMTree, UnusedNodeTimerDeletesOnlyAnUnusedNode) {
     ASSERT_TRUE(waitUntil([&] { return watched.isNull(); })) << "unwatched, it goes after the interval";
 }
 
+TEST_F(CMTree, ANewNodeOnAPathReplacesTheOldOne) {
+    QPointer<CMValueNode> first = CMValueNode::create(nodes, CMPath("/same"));
+    QPointer<CMValueNode> second = CMValueNode::create(nodes, CMPath("/same"));
+    EXPECT_EQ(nodes->node(CMPath("/same")), second.data());
+    EXPECT_EQ(first->nodes(), nullptr);
+    ASSERT_TRUE(waitUntil([&] { return first.isNull(); })) << "the replaced node must not leak";
+    EXPECT_FALSE(second.isNull());
+}
+
 TEST_F(CMTree, RegistryOwnsParentlessNodes) {
     QPointer<CMNode> owned;
     QObject parent;

@@ -82,8 +82,12 @@ void CMNodes::insert(CMNode* node) {
         replaced = m_nodes.value(key);
         m_nodes.insert(key, node);
     }
-    if (replaced && replaced != node)
+    if (replaced && replaced != node) {
         replaced->m_nodes = nullptr;
+        // The registry owned it; nobody else would delete it now.
+        if (!replaced->parent())
+            replaced->QObject::deleteLater();
+    }
     rebindWatches();
 }
 

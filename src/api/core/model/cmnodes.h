@@ -22,7 +22,9 @@ class ZuvoValue;
 //
 // One registry is the current one; CMRoot() is its worker. Tests and hosts
 // install a fresh one with CMRootScope. The registry owns the nodes that have
-// no QObject parent and deletes them when it is destroyed.
+// no QObject parent and deletes them when it is destroyed. A node registered
+// on a path that another node holds replaces it; a replaced node without a
+// parent is deleted from the event loop.
 class CMNodes : public QObject {
     Q_OBJECT
 public:
