@@ -14,6 +14,9 @@ bool waitUntil(const std::function<bool()>& cond, int timeoutMs) {
         if (clock.elapsed() >= timeoutMs)
             return cond();
         QCoreApplication::sendPostedEvents();
+        // A test body runs outside any event loop, where Qt never runs the
+        // deferred deletes it posts; deliver them explicitly.
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 10);
     }
     return true;
