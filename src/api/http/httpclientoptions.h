@@ -48,8 +48,9 @@ public:
 
     // Adds a request header field (replacing one of the same name). A name that
     // is not an HTTP token, or a value holding CR, LF or NUL, is refused
-    // (returns false) so that no caller can split a request. Setting
-    // "Accept-Encoding" turns off transparent decompression.
+    // (returns false) so that no caller can split a request. An
+    // "Accept-Encoding" given here replaces the client's own ("gzip,
+    // deflate"); a gzip or deflate body is decoded either way.
     bool setRequestHeader(const QByteArray& name, const QByteArray& value);
     const RawHeaders& requestHeaders() const { return m_requestHeaders; }
 

@@ -8,8 +8,9 @@
 #include <QString>
 
 // What one HttpClient::get delivered. Filled by the client; the setters exist
-// for it (and for code that needs to fake a result). A value type; the body is
-// implicitly shared, so copies are cheap.
+// for it (and for code that needs to fake a result). A default-constructed
+// result has status networkError and is otherwise empty. A value type; the
+// body is implicitly shared, so copies are cheap.
 class HttpClientResult {
 public:
     HttpClientResult() = default;

@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <set>
-#include <sstream>
 
 using zuvotest::HttpTestRoute;
 using zuvotest::HttpTestServer;
@@ -548,21 +547,6 @@ TEST_F(HttpClientTest, CallbackMayDeleteTheClientOrStartAnotherRequest) {
     EXPECT_TRUE(zuvotest::waitUntil([&] { return server.openConnections() == 0; }, WaitMs));
     zuvotest::drainEvents();
     EXPECT_EQ(silent->calls, 0);
-}
-
-// --- Status names ----------------------------------------------------------------------
-
-TEST(HttpClientStatusTest, EveryStatusHasItsOwnName) {
-    std::set<QString> names;
-    for (int value = HttpClientStatus::ok; value <= HttpClientStatus::networkError; ++value) {
-        const auto status = HttpClientStatus::Enum(value);
-        std::ostringstream stream;
-        stream << status;
-        EXPECT_EQ(QString::fromStdString(stream.str()), HttpClientStatus::toString(status));
-        EXPECT_NE(HttpClientStatus::toString(status), QStringLiteral("unknown"));
-        names.insert(HttpClientStatus::toString(status));
-    }
-    EXPECT_EQ(names.size(), std::size_t(HttpClientStatus::networkError + 1));
 }
 
 } // namespace
