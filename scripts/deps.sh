@@ -4,7 +4,7 @@ set -euo pipefail
 
 packages=(
   g++ cmake make pkg-config
-  qtbase5-dev liblog4cplus-dev
+  qtbase5-dev liblog4cplus-dev zlib1g-dev
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   clang-format python3
 )
