@@ -1,6 +1,11 @@
 #include "playlistparser.h"
 
+#include <log4cplus/logger.h>
+#include <log4cplus/loggingmacros.h>
+
 #include "mimetypes.h"
+
+static log4cplus::Logger logger = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("PlayListParser"));
 
 // Playlist entries are playable items; consumers test for the value 3.
 static_assert(ZuvoRolesType::audio == 3, "playlist entries are of the playable item kind");
@@ -36,4 +41,11 @@ ZuvoResource PlayListParser::entryResource(const QString& uri) {
 QVariant PlayListParser::createMediaRowVariant(const ZuvoRoles& roles, const ZuvoMetaData& metaData,
                                                const QString& uri) const {
     return createMediaRow(roles, metaData, entryResource(uri)).__variant();
+}
+
+bool PlayListParser::rowLimitReached(int rowCount) {
+    if (rowCount < MaxRows)
+        return false;
+    LOG4CPLUS_WARN(logger, "Playlist has more than " << MaxRows << " entries; ignoring the rest");
+    return true;
 }

@@ -15,7 +15,10 @@ class PlayListData;
 // token, whether the document is in its format; nothing is decided by file
 // extension. Any byte sequence is accepted as input: a parser never fails
 // other than by answering "not my format", and its time and memory stay
-// within a small multiple of the document's size.
+// bounded: a document gives at most MaxRows rows (a row costs a few hundred
+// bytes whatever the entry's size, so a few bytes per entry would otherwise
+// let a 5 MiB document fill gigabytes); the entries past the limit are
+// dropped with one warning.
 //
 // Thread: a parser instance keeps the request roles of the current call, so
 // one instance must not parse two documents at once; callers serialise.
@@ -29,6 +32,8 @@ public:
         // The entries as ZuvoRoles variants; empty when ok is false.
         QList<QVariant> rows;
     };
+
+    static constexpr int MaxRows = 10000;
 
     PlayListParser() = default;
     virtual ~PlayListParser();
@@ -51,6 +56,9 @@ protected:
     // createMediaRow(roles, metaData, entryResource(uri)) as a row variant.
     QVariant createMediaRowVariant(const ZuvoRoles& roles, const ZuvoMetaData& metaData,
                                    const QString& uri) const;
+    // Whether a document that already gave rowCount rows must stop before its
+    // next entry (rowCount reached MaxRows); logs the warning when it must.
+    static bool rowLimitReached(int rowCount);
 
 private:
     ZuvoRoles m_requestRoles;

@@ -61,9 +61,11 @@ public:
 // depth gives one row titled by its last "title" child and resolved from its
 // last "ref" element's "href" (or "HREF") attribute.
 //
-// XML documents whose document type declaration has an internal subset are
-// cut short with an error there: internal entities and attribute defaults let
-// a small document expand into gigabytes of text, and playlists use neither.
+// Untrusted XML is cut short with an error where a document type declaration
+// has an internal subset (internal entities and attribute defaults let a
+// small document expand into gigabytes of text) or where elements nest deeper
+// than MaxXmlDepth (each open element costs the reader memory); playlists
+// need neither. What was parsed before the error stays.
 class PlayListParserASX : public PlayListParser {
 public:
     PlayListParserASX() = default;
@@ -75,6 +77,9 @@ public:
     // One entry, the reader just past its start element; empty roles when the
     // document ends before the entry does.
     ZuvoRoles parseEntry(const PlayListData& data, QXmlStreamReader& reader);
+
+private:
+    int m_depth = 0; // open elements of the document being parsed
 };
 
 // WPL: recognised by a leading processing instruction <?wpl version="1.0"?>
@@ -88,4 +93,10 @@ public:
     Result parse(const PlayListData& data) override;
 
     ZuvoList<ZuvoRoles> parseEntries(const PlayListData& data, QXmlStreamReader& reader);
+
+private:
+    int m_depth = 0; // open elements of the document being parsed
 };
+
+// Deepest element nesting an XML playlist may have.
+constexpr int MaxXmlDepth = 256;

@@ -54,8 +54,11 @@ PlayListParser::Result PlayListParserURL::parse(const PlayListData& data) {
     result.ok = true;
     for (; !line.isNull(); line = lines.next()) {
         const QString uri = line.trimmed();
-        if (!uri.isEmpty())
-            result.rows.append(createMediaRowVariant(ZuvoRoles(), ZuvoMetaData(), uri));
+        if (uri.isEmpty())
+            continue;
+        if (rowLimitReached(result.rows.size()))
+            break;
+        result.rows.append(createMediaRowVariant(ZuvoRoles(), ZuvoMetaData(), uri));
     }
     return result;
 }
@@ -78,16 +81,26 @@ PlayListParser::Result PlayListParserPLS::parse(const PlayListData& data) {
     result.ok = true;
 
     // Keyed by the number after "File"/"Title"; a key that is no number is 0.
+    // Each map holds at most MaxRows keys; known keys are still replaced.
     QHash<int, QString> files;
     QHash<int, QString> titles;
+    bool limited = false;
+    const auto store = [&limited](QHash<int, QString>& map, QRegExp& expression) {
+        const int key = expression.cap(1).toInt(nullptr, 10);
+        if (map.size() >= MaxRows && !map.contains(key)) {
+            limited = true;
+            return;
+        }
+        map.insert(key, expression.cap(2).replace(QLatin1Char('\\'), QLatin1Char('/')));
+    };
     while (!(line = lines.next()).isNull()) {
         if (m_fileRegExp.indexIn(line) != -1)
-            files.insert(m_fileRegExp.cap(1).toInt(nullptr, 10),
-                         m_fileRegExp.cap(2).replace(QLatin1Char('\\'), QLatin1Char('/')));
+            store(files, m_fileRegExp);
         if (m_titleRegExp.indexIn(line) != -1)
-            titles.insert(m_titleRegExp.cap(1).toInt(nullptr, 10),
-                          m_titleRegExp.cap(2).replace(QLatin1Char('\\'), QLatin1Char('/')));
+            store(titles, m_titleRegExp);
     }
+    if (limited)
+        rowLimitReached(MaxRows);
 
     const QList<int> keys = files.keys();
     for (const int key : keys) {
@@ -124,6 +137,8 @@ PlayListParser::Result PlayListParserM3U::parse(const PlayListData& data) {
         }
         if (line.isEmpty() || line.startsWith(QLatin1Char('#')))
             continue;
+        if (rowLimitReached(result.rows.size()))
+            break;
 
         // Every "./" goes, also inside "../" and inside URLs: entries are
         // written relative to the playlist's own directory.
@@ -168,6 +183,8 @@ PlayListParser::Result PlayListParserINI::parse(const PlayListData& data) {
         const int equals = line.indexOf(QLatin1Char('='));
         if (equals < 0 || line.left(refKey.size()).toLower() != refKey)
             continue;
+        if (rowLimitReached(result.rows.size()))
+            break;
         QString uri = data.pathToURI(line.mid(equals + 1));
         if (isMmsh && uri.left(http.size()) == http) {
             LOG4CPLUS_DEBUG(

@@ -12,20 +12,31 @@ static log4cplus::Logger logger = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT(
 
 namespace {
 
-// Reads the next token. A document type declaration with an internal subset
-// ends the document with an error: the reader expands internal entities and
-// attribute defaults declared there, which lets a few kilobytes become
-// gigabytes of text (nested or merely repeated entity references), and no
-// playlist needs them. Predefined entities and character references stay.
-QXmlStreamReader::TokenType readNextToken(QXmlStreamReader& reader) {
-    const QXmlStreamReader::TokenType token = reader.readNext();
-    if (token == QXmlStreamReader::DTD &&
-        (reader.text().contains(QLatin1Char('[')) || !reader.entityDeclarations().isEmpty())) {
-        reader.raiseError(
-            QStringLiteral("Document type declarations with an internal subset are not supported"));
-        return reader.tokenType();
+// Reads the next token, keeping depth (open elements) up to date. Ends the
+// document with an error at a document type declaration with an internal
+// subset, or at an element nested deeper than MaxXmlDepth: the reader expands
+// internal entities and attribute defaults declared in the subset, which lets
+// a few kilobytes become gigabytes of text (nested or merely repeated entity
+// references), and it keeps every open element. Predefined entities and
+// character references stay.
+QXmlStreamReader::TokenType readNextToken(QXmlStreamReader& reader, int& depth) {
+    switch (reader.readNext()) {
+    case QXmlStreamReader::DTD:
+        if (reader.text().contains(QLatin1Char('[')) || !reader.entityDeclarations().isEmpty())
+            reader.raiseError(
+                QStringLiteral("Document type declarations with an internal subset are not supported"));
+        break;
+    case QXmlStreamReader::StartElement:
+        if (++depth > MaxXmlDepth)
+            reader.raiseError(QStringLiteral("Elements nested deeper than %1 levels").arg(MaxXmlDepth));
+        break;
+    case QXmlStreamReader::EndElement:
+        --depth;
+        break;
+    default:
+        break;
     }
-    return token;
+    return reader.tokenType();
 }
 
 bool nameIs(const QXmlStreamReader& reader, const QString& lowerName) {
@@ -39,7 +50,8 @@ PlayListParser::Result PlayListParserASX::parse(const PlayListData& data) {
 
     Result result;
     QXmlStreamReader reader(data.data());
-    while (!reader.atEnd() && readNextToken(reader) != QXmlStreamReader::StartElement) {
+    m_depth = 0;
+    while (!reader.atEnd() && readNextToken(reader, m_depth) != QXmlStreamReader::StartElement) {
     }
     if (reader.tokenType() != QXmlStreamReader::StartElement)
         return result;
@@ -61,8 +73,10 @@ ZuvoList<ZuvoRoles> PlayListParserASX::parseEntries(const PlayListData& data, QX
 
     ZuvoList<ZuvoRoles> entries;
     while (!reader.atEnd()) {
-        if (readNextToken(reader) != QXmlStreamReader::StartElement || !nameIs(reader, entry))
+        if (readNextToken(reader, m_depth) != QXmlStreamReader::StartElement || !nameIs(reader, entry))
             continue;
+        if (rowLimitReached(entries.size()))
+            break;
         const ZuvoRoles row = parseEntry(data, reader);
         if (!row.isEmpty())
             entries.append(row);
@@ -81,10 +95,12 @@ ZuvoRoles PlayListParserASX::parseEntry(const PlayListData& data, QXmlStreamRead
     ZuvoMetaData metaData;
     ZuvoResource resource; // the last "ref" wins: an entry has one resource
     while (!reader.atEnd()) {
-        const QXmlStreamReader::TokenType token = readNextToken(reader);
+        const QXmlStreamReader::TokenType token = readNextToken(reader, m_depth);
         if (token == QXmlStreamReader::StartElement) {
             if (nameIs(reader, title)) {
                 roles.setTitle(reader.readElementText(QXmlStreamReader::ErrorOnUnexpectedElement));
+                if (reader.isEndElement())
+                    --m_depth; // the title's end, read by readElementText()
             } else if (nameIs(reader, ref)) {
                 const QXmlStreamAttributes attributes = reader.attributes();
                 QString target = attributes.value(href).toString();
@@ -105,7 +121,8 @@ PlayListParser::Result PlayListParserWPL::parse(const PlayListData& data) {
 
     Result result;
     QXmlStreamReader reader(data.data());
-    while (!reader.atEnd() && readNextToken(reader) != QXmlStreamReader::ProcessingInstruction) {
+    m_depth = 0;
+    while (!reader.atEnd() && readNextToken(reader, m_depth) != QXmlStreamReader::ProcessingInstruction) {
     }
     if (reader.tokenType() != QXmlStreamReader::ProcessingInstruction ||
         reader.processingInstructionTarget() != wpl || reader.processingInstructionData() != version)
@@ -126,8 +143,10 @@ ZuvoList<ZuvoRoles> PlayListParserWPL::parseEntries(const PlayListData& data, QX
 
     ZuvoList<ZuvoRoles> entries;
     while (!reader.atEnd()) {
-        if (readNextToken(reader) != QXmlStreamReader::StartElement || !nameIs(reader, media))
+        if (readNextToken(reader, m_depth) != QXmlStreamReader::StartElement || !nameIs(reader, media))
             continue;
+        if (rowLimitReached(entries.size()))
+            break;
         const QString path =
             reader.attributes().value(src).toString().replace(QLatin1Char('\\'), QLatin1Char('/'));
         entries.append(createMediaRow(ZuvoRoles(), ZuvoMetaData(), entryResource(data.pathToURI(path))));

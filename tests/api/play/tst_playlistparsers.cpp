@@ -545,6 +545,14 @@ TEST(PlayListParsers, HostileBodies) {
          {false, false, false, false, false, true},
          2},
         {"deep nesting", "<asx>" + repeated("<entry>", 200000), {true, false, false, false, false, false}, 0},
+        {"deep nesting after entries",
+         "<?wpl version=\"1.0\"?><smil><media src='a'/>" + repeated("<seq>", 1000000) + "<media src='b'/>",
+         {false, false, false, false, true, false},
+         1},
+        {"legal nesting",
+         "<asx>" + repeated("<repeat>", 200) + "<entry><ref href='a'/></entry>",
+         {true, false, false, false, false, false},
+         1},
         {"truncated XML",
          "<asx><entry><ref href='a'/></entry><entry><ti",
          {true, false, false, false, false, false},
@@ -556,11 +564,11 @@ TEST(PlayListParsers, HostileBodies) {
         {"repeated large entity", quadratic, {false, false, false, false, true, false}, 0},
         {"attribute defaults", attributeDefaults, {false, false, false, false, true, false}, 0},
         {"thousands of M3U entries",
-         "#EXTM3U\n" + repeated("#EXTINF:1,a - b\nx.mp3\n", 20000),
+         "#EXTM3U\n" + repeated("#EXTINF:1,a - b\nx.mp3\n", 5000),
          {false, false, true, false, false, false},
-         20000},
+         5000},
         {"thousands of ASX entries",
-         "<asx>" + repeated("<entry><ref href='x'/></entry>", 5000) + "</asx>",
+         "<asx>" + repeated("<entry><title>t</title><ref href='x'/></entry>", 5000) + "</asx>",
          {true, false, false, false, false, false},
          5000},
         {"thousands of PLS entries",
@@ -596,4 +604,44 @@ TEST(PlayListParsers, HostileBodies) {
             }
         }
     }
+}
+
+// Entries past MaxRows are dropped with one warning; the rows before stay.
+TEST(PlayListParsers, RowLimit) {
+    const int count = PlayListParser::MaxRows + 5;
+    QByteArray plsFiles;
+    for (int i = 1; i <= count; ++i)
+        plsFiles += "File" + QByteArray::number(i) + "=x\n";
+
+    PlayListParserASX asx;
+    PlayListParserINI ini;
+    PlayListParserM3U m3u;
+    PlayListParserPLS pls;
+    PlayListParserWPL wpl;
+    PlayListParserURL url;
+    struct Limit {
+        const char* name;
+        PlayListParser* parser;
+        QByteArray body;
+    };
+    const Limit limits[] = {
+        {"URL", &url, repeated("http://a/x\n", count)},
+        {"M3U", &m3u, "#EXTM3U\n" + repeated("x\n", count)},
+        {"PLS, a known key still replaced", &pls, "[playlist]\n" + plsFiles + "File1=last\n"},
+        {"INI", &ini, "[reference]\n" + repeated("Ref=x\n", count)},
+        {"ASX", &asx, "<asx>" + repeated("<entry><title>t</title><ref href='x'/></entry>", count) + "</asx>"},
+        {"WPL", &wpl, "<?wpl version=\"1.0\"?><smil>" + repeated("<media src='x'/>", count) + "</smil>"},
+    };
+    for (const Limit& limit : limits) {
+        SCOPED_TRACE(limit.name);
+        LogCapture capture;
+        const PlayListParser::Result result = limit.parser->parse(ZuvoRoles(), *fetched(limit.body));
+        EXPECT_TRUE(result.ok);
+        EXPECT_EQ(result.rows.size(), PlayListParser::MaxRows);
+        EXPECT_EQ(capture.count(QStringLiteral("Playlist has more than 10000 entries; ignoring the rest")),
+                  1);
+    }
+    const auto plsRows =
+        rowsOf(pls.parse(ZuvoRoles(), *fetched("[playlist]\n" + plsFiles + "File1=last\n")).rows);
+    EXPECT_NE(std::find(plsRows.begin(), plsRows.end(), entry(B + "last", Unknown, "last")), plsRows.end());
 }
