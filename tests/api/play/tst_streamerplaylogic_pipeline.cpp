@@ -167,6 +167,32 @@ TEST_F(PipelineTest, LiveMediaQueuesTheNextResourceAsNextMedia) {
     EXPECT_EQ(h.streamer.clearNextMediaNode().count(), 0);
 }
 
+TEST_F(PipelineTest, NoNextResourceForNonLiveMediaNorAfterStop) {
+    const QStringList uris{QStringLiteral("http://l/1"), QStringLiteral("http://l/2")};
+    const ZuvoRoles stored = spltest::item(uris, CMPath(), false);
+    ZuvoStreamerData data = spltest::playAndStart(h, stored);
+    ASSERT_FALSE(data.isEmpty());
+    data.setTrackNearEnd(true);
+    h.streamer.publish(data);
+    ASSERT_TRUE(waitUntil([&] { return h.streamer.clearNextMediaNode().count() == 1; }));
+    EXPECT_EQ(h.streamer.setNextMediaNode().count(), 0);
+
+    // Live media, but stopped by the user: nothing follows either.
+    const ZuvoRoles live = spltest::item(uris, CMPath(), true);
+    SplHarness other;
+    TestStreamerPlayLogic liveLogic(other.scope.nodes(), other.basePath);
+    other.client->playContainer(live, live, 0, 0);
+    ASSERT_TRUE(waitUntil([&] { return other.streamer.playNode().count() == 1; }));
+    other.streamer.publish(spltest::streamerData(1, ZuvoPlayLogicState::playing, live));
+    ASSERT_TRUE(waitUntil([&] { return other.client->data().streamId() == 1; }));
+    other.client->stop(ZuvoPlayLogicStopReason::user);
+    ASSERT_TRUE(waitUntil([&] { return other.streamer.stopNode().count() == 1; }));
+    // The streamer asks for the next media before its stop is through.
+    ASSERT_TRUE(QMetaObject::invokeMethod(&liveLogic, "on_streamerController_prepareNextMedia"));
+    ASSERT_TRUE(waitUntil([&] { return other.streamer.clearNextMediaNode().count() == 1; }));
+    EXPECT_EQ(other.streamer.setNextMediaNode().count(), 0);
+}
+
 TEST_F(PipelineTest, DerivedPlayLogicQueuesItsNextTrack) {
     LogCapture log;
     const ZuvoRoles first = spltest::item({QStringLiteral("http://t/1")});
