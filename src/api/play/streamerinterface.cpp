@@ -1,0 +1,6 @@
+#include "streamerinterface.h"
+
+StreamerInterface::StreamerInterface(QObject* parent)
+    : QObject(parent) {}
+
+StreamerInterface::~StreamerInterface() = default;
