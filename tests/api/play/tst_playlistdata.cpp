@@ -103,6 +103,9 @@ TEST(PlayListData, KeepsBodyAndContentTypeOfAnyAnswer) {
             capture.contains(log4cplus::TRACE_LOG_LEVEL, QStringLiteral("asynch fetch from url = ") + c.url));
         EXPECT_TRUE(capture.contains(log4cplus::TRACE_LOG_LEVEL,
                                      QStringLiteral("data transfered: %1 bytes").arg(c.body.size())));
+        EXPECT_TRUE(
+            capture.contains(log4cplus::TRACE_LOG_LEVEL, QStringLiteral("url: %1 status: ").arg(c.url)))
+            << capture.toString().toStdString();
     }
 }
 

@@ -169,6 +169,14 @@ TEST(PlayListParserPLS, Table) {
              false);
 }
 
+TEST(PlayListParserPLS, LogsTheNumberOfFiles) {
+    LogCapture capture;
+    PlayListParserPLS parser;
+    parser.parse(ZuvoRoles(), *fetched("[playlist]\nFile1=a\nFile2=b\nFile2=c\n"));
+    EXPECT_TRUE(capture.contains(log4cplus::TRACE_LOG_LEVEL, QStringLiteral("files in pls: 2")))
+        << capture.toString().toStdString();
+}
+
 TEST(PlayListParserM3U, Table) {
     PlayListParserM3U parser;
     runTable(parser,
@@ -340,6 +348,7 @@ TEST(PlayListParserASX, ReportsXmlErrorsAtErrorLevel) {
     LogCapture capture;
     PlayListParserASX parser;
     EXPECT_TRUE(parser.parse(ZuvoRoles(), *fetched("<asx><entry></asx>")).ok);
+    EXPECT_TRUE(capture.contains(log4cplus::TRACE_LOG_LEVEL, QStringLiteral("First element: asx")));
     EXPECT_TRUE(capture.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("Parser error: ")))
         << capture.toString().toStdString();
 }
