@@ -25,7 +25,10 @@ constexpr int WaitMs = 15000;
 const CMPath NodePath("/playlistParser");
 
 QByteArray readDataFile(const QString& name) {
-    QFile file(QFileInfo(QStringLiteral(__FILE__)).dir().filePath(QStringLiteral("../../data/") + name));
+    // ZUVO_TEST_DATA is set by CTest; the source tree's copy serves direct runs.
+    const QString dir = qEnvironmentVariable(
+        "ZUVO_TEST_DATA", QFileInfo(QStringLiteral(__FILE__)).dir().filePath(QStringLiteral("../../data")));
+    QFile file(QDir(dir).filePath(name));
     EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << file.fileName();
     return file.readAll();
 }

@@ -423,7 +423,10 @@ TEST(PlayListParsers, RowsArePlayableItemsOfTheRequestingService) {
 namespace {
 
 QString dataFile(const QString& name) {
-    return QFileInfo(QStringLiteral(__FILE__)).dir().filePath(QStringLiteral("../../data/") + name);
+    // ZUVO_TEST_DATA is set by CTest; the source tree's copy serves direct runs.
+    const QString dir = qEnvironmentVariable(
+        "ZUVO_TEST_DATA", QFileInfo(QStringLiteral(__FILE__)).dir().filePath(QStringLiteral("../../data")));
+    return QDir(dir).filePath(name);
 }
 
 QByteArray readDataFile(const QString& name) {
