@@ -1,5 +1,7 @@
 #include "playlistparsenode.h"
 
+#include "zuvoassert.h"
+
 #include <QMutexLocker>
 #include <log4cplus/logger.h>
 #include <log4cplus/loggingmacros.h>
@@ -98,7 +100,7 @@ void PlayListParseNode::on_plData_fetchDone() {
     LOG4CPLUS_TRACE(logger, plData->url());
     {
         QMutexLocker locker(&m_mutex);
-        Q_ASSERT(m_requests.contains(plData));
+        zuvoAssert(m_requests.contains(plData), "PlayListParseNode", "m_requests.contains(plData)");
         if (!m_requests.remove(plData))
             return; // not a job of this node
     }

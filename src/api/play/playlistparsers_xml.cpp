@@ -39,6 +39,19 @@ QXmlStreamReader::TokenType readNextToken(QXmlStreamReader& reader, int& depth) 
     return reader.tokenType();
 }
 
+// Reads tokens until the first one of type wanted; returns whether one came
+// before the end of the document.
+bool readUntil(QXmlStreamReader& reader, int& depth, QXmlStreamReader::TokenType wanted) {
+    while (!reader.atEnd() && readNextToken(reader, depth) != wanted) {
+    }
+    return reader.tokenType() == wanted;
+}
+
+void appendRows(PlayListParser::Result& result, const ZuvoList<ZuvoRoles>& entries) {
+    for (const ZuvoRoles& entry : entries)
+        result.rows.append(entry.__variant());
+}
+
 bool nameIs(const QXmlStreamReader& reader, const QString& lowerName) {
     return reader.name().toString().toLower() == lowerName;
 }
@@ -51,18 +64,14 @@ PlayListParser::Result PlayListParserASX::parse(const PlayListData& data) {
     Result result;
     QXmlStreamReader reader(data.data());
     m_depth = 0;
-    while (!reader.atEnd() && readNextToken(reader, m_depth) != QXmlStreamReader::StartElement) {
-    }
-    if (reader.tokenType() != QXmlStreamReader::StartElement)
+    if (!readUntil(reader, m_depth, QXmlStreamReader::StartElement))
         return result;
     LOG4CPLUS_TRACE(logger, "First element: " << reader.name().toString());
     if (!nameIs(reader, asx))
         return result;
     result.ok = true;
 
-    const ZuvoList<ZuvoRoles> entries = parseEntries(data, reader);
-    for (const ZuvoRoles& entry : entries)
-        result.rows.append(entry.__variant());
+    appendRows(result, parseEntries(data, reader));
     if (reader.hasError())
         LOG4CPLUS_ERROR(logger, "Parser error: " << reader.errorString());
     return result;
@@ -122,16 +131,12 @@ PlayListParser::Result PlayListParserWPL::parse(const PlayListData& data) {
     Result result;
     QXmlStreamReader reader(data.data());
     m_depth = 0;
-    while (!reader.atEnd() && readNextToken(reader, m_depth) != QXmlStreamReader::ProcessingInstruction) {
-    }
-    if (reader.tokenType() != QXmlStreamReader::ProcessingInstruction ||
+    if (!readUntil(reader, m_depth, QXmlStreamReader::ProcessingInstruction) ||
         reader.processingInstructionTarget() != wpl || reader.processingInstructionData() != version)
         return result;
     result.ok = true;
 
-    const ZuvoList<ZuvoRoles> entries = parseEntries(data, reader);
-    for (const ZuvoRoles& entry : entries)
-        result.rows.append(entry.__variant());
+    appendRows(result, parseEntries(data, reader));
     if (reader.hasError())
         LOG4CPLUS_DEBUG(logger, "Parser error: " << reader.errorString());
     return result;

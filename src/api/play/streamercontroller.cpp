@@ -1,5 +1,7 @@
 #include "streamercontroller.h"
 
+#include "zuvoassert.h"
+
 #include <QCoreApplication>
 #include <QPointer>
 #include <utility>
@@ -40,8 +42,7 @@ std::ostream& operator<<(std::ostream& stream, StreamerController::State state) 
 }
 
 void StreamerController::check(bool condition, const char* what) {
-    if (!condition)
-        qFatal("ASSERT: \"%s\" in file %s", what, __FILE__);
+    zuvoAssert(condition, "StreamerController", what);
 }
 
 bool StreamerController::verifyConnectionSignalParameters(const QObject* sender, const QMetaMethod& signal,

@@ -4,7 +4,7 @@
 
 #include "dbglog.h"
 #include "model/cmnodes.h"
-#include "streamerplaylogic_p.h"
+#include "zuvoassert.h"
 #include "zuvostreamerinterface.h"
 
 // Construction, destruction and the play-request pipeline.
@@ -27,17 +27,17 @@ StreamerPlayLogic::StreamerPlayLogic(CMNodes* nodes, const CMPath& path)
     bool connected =
         static_cast<bool>(connect(&m_streamerController, &StreamerController::streamerDataChanged, this,
                                   &StreamerPlayLogic::on_streamerController_streamerDataChanged));
-    SPL_ASSERT(connected, "connection");
+    zuvoAssert(connected, "StreamerPlayLogic", "connection");
     connected = static_cast<bool>(connect(&m_streamerController, &StreamerController::prepareNextMedia, this,
                                           &StreamerPlayLogic::on_streamerController_prepareNextMedia));
-    SPL_ASSERT(connected, "connection");
+    zuvoAssert(connected, "StreamerPlayLogic", "connection");
     connected = static_cast<bool>(connect(&m_streamerController, &StreamerController::timeChanged, this,
                                           &StreamerPlayLogic::on_streamerController_timeChanged));
-    SPL_ASSERT(connected, "connection");
+    zuvoAssert(connected, "StreamerPlayLogic", "connection");
     connected =
         static_cast<bool>(connect(&m_streamerController, QOverload<int>::of(&StreamerController::buffering),
                                   this, &StreamerPlayLogic::on_streamerController_buffering));
-    SPL_ASSERT(connected, "connection");
+    zuvoAssert(connected, "StreamerPlayLogic", "connection");
 
     m_errorReportTimer = new QTimer(this);
     // Tests find the timer by this name to shorten its interval.
@@ -196,10 +196,10 @@ void StreamerPlayLogic::handlePrePlayFinished(const CMReply<QVariant>& reply, Pl
 
     const ZuvoRoles roles(reply.value().toHash());
     const ZuvoMetaData metaData = roles.mediaData().metaData();
-    SPL_ASSERT(metaData.isSetPrePlayTimeOffset(), "metaData.isSetPrePlayTimeOffset()");
+    zuvoAssert(metaData.isSetPrePlayTimeOffset(), "StreamerPlayLogic", "metaData.isSetPrePlayTimeOffset()");
     request.args.setRoles(roles);
     realPlay(request);
-    SPL_ASSERT(!m_playRequests.isEmpty(), "!playRequests.isEmpty()");
+    zuvoAssert(!m_playRequests.isEmpty(), "StreamerPlayLogic", "!playRequests.isEmpty()");
     m_playRequests.removeFirst();
     processNextPlayRequest();
 }

@@ -4,7 +4,7 @@
 
 #include "dbglog.h"
 #include "model/cmnodes.h"
-#include "streamerplaylogic_p.h"
+#include "zuvoassert.h"
 
 // Stop flags, stopping, the streamer's stop errors and the end of playback.
 
@@ -24,7 +24,7 @@ QString flagsText(const QSet<StreamerPlayLogic::StopFlag>& flags) {
 
 void StreamerPlayLogic::setStopFlag(StopFlag flag) {
     dbglog_scopedFunction(logger);
-    SPL_ASSERT(flag < NumberOfFlags, "flag < NumberOfFlags");
+    zuvoAssert(flag < NumberOfFlags, "StreamerPlayLogic", "flag < NumberOfFlags");
     LOG4CPLUS_TRACE(logger, "Set flag id: " << int(flag) << " current flags: " << flagsText(m_stopFlags));
     m_stopFlags.insert(flag);
     if (m_stopFlags.size() >= 2) {
@@ -35,7 +35,7 @@ void StreamerPlayLogic::setStopFlag(StopFlag flag) {
 
 void StreamerPlayLogic::clearStopFlag(StopFlag flag) {
     dbglog_scopedFunction(logger);
-    SPL_ASSERT(flag < NumberOfFlags, "flag < NumberOfFlags");
+    zuvoAssert(flag < NumberOfFlags, "StreamerPlayLogic", "flag < NumberOfFlags");
     LOG4CPLUS_TRACE(logger, "Clear flag id: " << int(flag) << " current flags: " << flagsText(m_stopFlags));
     m_stopFlags.remove(flag);
 }

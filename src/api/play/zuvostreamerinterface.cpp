@@ -1,5 +1,7 @@
 #include "zuvostreamerinterface.h"
 
+#include "zuvoassert.h"
+
 #include <QMetaType>
 
 #include "model/cmnodes.h"
@@ -10,8 +12,7 @@ namespace {
 // Connecting and disconnecting the items are programming errors when they
 // fail; they stop the program in every build type.
 void check(bool condition, const char* what) {
-    if (!condition)
-        qFatal("ASSERT: \"%s\" in file %s", what, __FILE__);
+    zuvoAssert(condition, "ZuvoStreamerInterface", what);
 }
 
 } // namespace

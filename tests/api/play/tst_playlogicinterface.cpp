@@ -9,7 +9,9 @@
 #include "model/cmvaluenode.h"
 #include "playlogicinterface.h"
 #include "support/eventloop.h"
+#include "support/records.h"
 
+using zuvotest::rolesTitled;
 using zuvotest::waitUntil;
 
 namespace {
@@ -22,12 +24,6 @@ public:
     }
     QList<CMSetDataRequest> requests;
 };
-
-ZuvoRoles rolesTitled(const QString& title) {
-    ZuvoRoles roles;
-    roles.setTitle(title);
-    return roles;
-}
 
 } // namespace
 

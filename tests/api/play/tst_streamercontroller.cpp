@@ -12,6 +12,7 @@
 #include "streamercontroller.h"
 #include "support/eventloop.h"
 #include "support/logcapture.h"
+#include "support/records.h"
 #include "support/teststreamerservice.h"
 #include "zuvostreamerinterface.h"
 
@@ -21,15 +22,10 @@
 using Command = TestStreamerService::Command;
 using State = StreamerController::State;
 using zuvotest::drainEvents;
+using zuvotest::rolesTitled;
 using zuvotest::waitUntil;
 
 namespace {
-
-ZuvoRoles rolesTitled(const QString& title) {
-    ZuvoRoles roles;
-    roles.setTitle(title);
-    return roles;
-}
 
 std::string stateName(State state) {
     std::ostringstream stream;

@@ -6,20 +6,16 @@
 #include "model/cmnodes.h"
 #include "model/cmvalueitem.h"
 #include "support/eventloop.h"
+#include "support/records.h"
 #include "support/teststreamerservice.h"
 #include "zuvostreamerinterface.h"
 
 using Command = TestStreamerService::Command;
 using zuvotest::drainEvents;
+using zuvotest::rolesTitled;
 using zuvotest::waitUntil;
 
 namespace {
-
-ZuvoRoles rolesTitled(const QString& title) {
-    ZuvoRoles roles;
-    roles.setTitle(title);
-    return roles;
-}
 
 class StreamerInterfaceTest : public ::testing::Test {
 protected:

@@ -1,5 +1,7 @@
 #include "cmrequest.h"
 
+#include "zuvoassert.h"
+
 namespace {
 
 QSharedPointer<CMRequestData> makeData(CMRequest::Type type, const CMPath& path, const CMVoidReply& reply) {
@@ -13,8 +15,7 @@ QSharedPointer<CMRequestData> makeData(CMRequest::Type type, const CMPath& path,
 } // namespace
 
 const CMRequestData& CMRequest::checked() const {
-    if (!d)
-        qFatal("ASSERT failure in CMRequest: \"accessing the data of a null request\"");
+    zuvoAssert(!d.isNull(), "CMRequest", "accessing the data of a null request");
     return *d;
 }
 
