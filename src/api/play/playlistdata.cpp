@@ -47,6 +47,7 @@ bool PlayListData::fetch() {
     const int testTimeoutMs = testFetchTimeoutMs;
     options.setTimeoutMs(testTimeoutMs > 0 ? testTimeoutMs : FetchTimeoutMs);
     options.setReadSizeLimit(FetchReadSizeLimit);
+    options.setAllowLocalFiles(m_allowLocalFiles);
     // The client is our child: it never calls back once this job is gone.
     m_fetcherId = m_httpClient->get(ZuvoUrl(m_url), options,
                                     [this](const HttpClientResult& result) { requestDone(result); });

@@ -44,6 +44,10 @@ public:
     // is already running or the URL is empty; otherwise fetchDone() follows
     // exactly once, from the event loop, unless cancelFetch() comes first.
     bool fetch();
+    // Whether fetch() reads file: URLs (off by default: only http and https).
+    // Set before fetch().
+    void setAllowLocalFiles(bool allow) { m_allowLocalFiles = allow; }
+    bool allowLocalFiles() const { return m_allowLocalFiles; }
     // Cancels the running download; no fetchDone() is emitted for it. Returns
     // false when none runs or the client refused to cancel it.
     bool cancelFetch();
@@ -85,6 +89,7 @@ private:
     QString m_contentType;
     mutable QRegExp m_schemeRegExp; // holds match state: used under m_mutex only
     HttpClient::RequestId m_fetcherId = nullptr;
+    bool m_allowLocalFiles = false;
     HttpClient* m_httpClient; // child of this
     mutable QMutex m_mutex;
 };

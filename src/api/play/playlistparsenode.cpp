@@ -69,6 +69,7 @@ bool PlayListParseNode::setDataRequest(const CMSetDataRequest& request) {
 
     LOG4CPLUS_INFO(logger, "Parsing playlist at uri: " << url);
     auto* job = new PlayListData(url, request); // owned through m_requests
+    job->setAllowLocalFiles(allowLocalFiles());
     {
         QMutexLocker locker(&m_mutex);
         m_requests.insert(job);

@@ -50,6 +50,12 @@ public:
     // request's reply (see the class comment).
     bool setDataRequest(const CMSetDataRequest& request) override;
 
+    // Whether playlist URLs of the file: scheme are read (off by default, as
+    // on a device: only http and https are fetched). A host that plays local
+    // playlists turns it on. Applies to parse requests that arrive later.
+    void setAllowLocalFiles(bool allow) { m_allowLocalFiles.storeRelaxed(allow); }
+    bool allowLocalFiles() const { return m_allowLocalFiles.loadRelaxed(); }
+
     // The result of the first parser that accepts data; not ok with no rows
     // when none does. Parsers run one document at a time.
     PlayListParser::Result parse(const ZuvoRoles& roles, const PlayListData& data);
@@ -60,6 +66,7 @@ public Q_SLOTS:
 
 private:
     QAtomicInteger<quint32> m_childCounter{0};
+    QAtomicInteger<bool> m_allowLocalFiles{false};
     QMutex m_mutex; // guards m_parsers and m_requests
     QList<QSharedPointer<PlayListParser>> m_parsers;
     QSet<PlayListData*> m_requests; // owned: the jobs whose download runs

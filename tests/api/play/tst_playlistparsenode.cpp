@@ -1,6 +1,8 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QTemporaryDir>
+#include <QUrl>
 #include <climits>
 #include <functional>
 #include <gtest/gtest.h>
@@ -207,6 +209,29 @@ TEST_F(PlayListParseNodeTest, FailedDownloadsEndAsUnknownFormat) {
         EXPECT_TRUE(capture.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("Unknown format found.")));
     }
     EXPECT_EQ(root.nodes()->allNodes().size(), 1) << "no list node for a failure";
+}
+
+TEST_F(PlayListParseNodeTest, LocalFilesAreReadOnlyWhenAllowed) {
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    QFile file(dir.filePath(QStringLiteral("local.m3u")));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("#EXTM3U\n#EXTINF:5,Near\nsongs/near.mp3\nhttp://h/far.mp3\n");
+    file.close();
+    const QString url = QUrl::fromLocalFile(file.fileName()).toString();
+
+    expectError(parse(url), "unknownFormat", "Unknown playlist format detected.");
+
+    node->setAllowLocalFiles(true);
+    const CMReply<QVariant> reply = parse(url);
+    ASSERT_FALSE(reply.hasError()) << reply.error();
+    const QList<QVariantList> rows =
+        valuesOf(getRows(reply.value().toString(), 0, 9, {ZuvoRoles::MediaData()}));
+    ASSERT_EQ(rows.size(), 2);
+    EXPECT_EQ(uriOf(rows.at(0).value(0)),
+              QUrl::fromLocalFile(dir.filePath(QStringLiteral("songs/near.mp3"))).toString())
+        << "relative entries resolve against the file's folder";
+    EXPECT_EQ(uriOf(rows.at(1).value(0)), QStringLiteral("http://h/far.mp3"));
 }
 
 TEST_F(PlayListParseNodeTest, RequestWithoutUrlFailsAtOnce) {
