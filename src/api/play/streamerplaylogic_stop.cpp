@@ -248,13 +248,3 @@ void StreamerPlayLogic::disconnectNotifications() {
 void StreamerPlayLogic::reportPlaybackState(const CMPath& path, const ZuvoPlayLogicData& record) {
     CMRoot()->invoke(path, record, CMReply<QVariant>());
 }
-
-void StreamerPlayLogic::on_parser_finished(const CMVoidReply& reply) {
-    dbglog_scopedFunction(logger);
-    // Playing the entries of a parsed playlist is not available in this
-    // build: the playback ends as if the playlist held no URL.
-    LOG4CPLUS_WARN(logger, "Playlist hand-off not available, ending playback (parser reply error: "
-                               << reply.error() << ")");
-    clearPlayback(CMError(ZuvoPlaylogicErrorName::ZuvoPlaylogicFailedParseUrl(),
-                          ZUVO_TR("Returned data does not contain any URL after parsing playlist file!")));
-}
