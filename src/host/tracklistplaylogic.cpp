@@ -272,6 +272,13 @@ void TrackListPlayLogic::decideNextMedia() {
         sendNoNextMediaCommand();
         return;
     }
+    if (streamerController().state() == StreamerController::State::stopped) {
+        // The item ended before the streamer asked: too late for a gapless
+        // switch, the following item starts with a play.
+        LOG4CPLUS_DEBUG(logger, "Track " << m_currentIndex << " has ended, playing track " << following);
+        startTrack(following, false);
+        return;
+    }
     LOG4CPLUS_DEBUG(logger, "Track " << following << " follows track " << m_currentIndex);
     m_queuedNextIndex = following;
     finishWhenAnswered(sendSetNextMediaCommand(m_trackList.at(following), QVariantHash()));

@@ -170,6 +170,16 @@ TEST_F(TrackListPlayLogicTest, WholeListPlaysGaplesslyAndEndsAfterTheLastItem) {
     EXPECT_EQ(states.indexOf(ZuvoPlayLogicState::stopped), states.size() - 1);
 }
 
+TEST_F(TrackListPlayLogicTest, ItemEndingBeforeItsNearEndIsFollowedByAPlay) {
+    startAt(0);
+    streamerStops(1, -13);
+    EXPECT_EQ(sent(Command::play, 2), QStringLiteral("two"));
+    streamerPlays(2, Command::play);
+    EXPECT_EQ(logic->currentIndex(), 1);
+    EXPECT_EQ(published().state(), ZuvoPlayLogicState::playing);
+    EXPECT_EQ(streamer.count(Command::setNextMedia), 0);
+}
+
 TEST_F(TrackListPlayLogicTest, SkipsAndSetCurrentTrackPlayTheChosenItems) {
     startAt(0);
     struct Step {
