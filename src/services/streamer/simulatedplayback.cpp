@@ -51,11 +51,14 @@ SimulatedPlayback::Event SimulatedPlayback::tick(double simulatedMs) {
         return Event::None;
 
     const double target = m_positionMs + std::max(0.0, simulatedMs);
+    // A finite track ends at its duration: nothing lies beyond it.
+    const double reach =
+        m_media.isLive() ? target : std::min(target, static_cast<double>(m_media.durationMs));
     double eventAt = std::numeric_limits<double>::infinity();
     Event event = Event::None;
     // The earliest point within reach wins; on a tie the first one listed.
     const auto consider = [&](bool applies, qint64 at, Event candidate) {
-        if (applies && at <= target && at < eventAt) {
+        if (applies && at <= reach && at < eventAt) {
             eventAt = static_cast<double>(at);
             event = candidate;
         }
@@ -67,7 +70,7 @@ SimulatedPlayback::Event SimulatedPlayback::tick(double simulatedMs) {
              Event::Ended);
 
     if (event == Event::None) {
-        m_positionMs = m_media.isLive() ? target : std::min(target, static_cast<double>(m_media.durationMs));
+        m_positionMs = reach;
         return Event::None;
     }
     m_positionMs = std::max(m_positionMs, eventAt);

@@ -1,0 +1,107 @@
+#pragma once
+
+// A simulated streamer in a registry of its own, with what it published, for
+// the tests of this folder. Commands go through the model tree
+// (CMRoot()->invoke) on the streamer's default paths, like any client's.
+
+#include <QList>
+#include <QStringList>
+#include <functional>
+
+#include "model/cmnodes.h"
+#include "model/cmvalueitem.h"
+#include "simulatedstreamer.h"
+#include "support/eventloop.h"
+
+namespace simtest {
+
+inline ZuvoRoles track(const QString& uri, const QString& mimeType = QString()) {
+    ZuvoResource resource;
+    resource.setUri(uri);
+    if (!mimeType.isEmpty())
+        resource.setMimeType(mimeType);
+    ZuvoMediaData mediaData;
+    mediaData.setResources(ZuvoList<ZuvoResource>{resource});
+    mediaData.setActiveResource(resource);
+    ZuvoRoles roles;
+    roles.setTitle(uri);
+    roles.setType(ZuvoRolesType::audio);
+    roles.setMediaData(mediaData);
+    return roles;
+}
+
+inline QVariant playArgs(const QString& uri, bool startPaused = false, const QString& mimeType = QString()) {
+    ZuvoStreamerPlayArgs args;
+    args.setRoles(track(uri, mimeType));
+    args.setAttributes(QVariantHash{{ZuvoStreamerAttributesStartPaused(), startPaused}});
+    return args.__variant();
+}
+
+// "ok" for a success without value, "id:N" for a playback id, else the
+// error's name; "unanswered" while the reply is open.
+inline QString answerOf(const CMReply<QVariant>& reply) {
+    if (!reply.isFinished())
+        return QStringLiteral("unanswered");
+    if (reply.hasError())
+        return reply.error().name();
+    const QVariant value = reply.value();
+    return value.isValid() ? QStringLiteral("id:") + QString::number(value.toInt()) : QStringLiteral("ok");
+}
+
+// Collects every value a value path reports, read by convert.
+template <typename T> class ValueLog {
+public:
+    ValueLog(const CMPath& path, std::function<T(const ZuvoValue&)> convert)
+        : m_item(nullptr, path) {
+        QObject::connect(&m_item, &CMValueItem::changed, &m_item,
+                         [this, convert](const ZuvoValue& value) { values.append(convert(value)); });
+    }
+    QList<T> values;
+
+private:
+    CMValueItem m_item;
+};
+
+struct World {
+    CMRootScope root;
+    SimulatedStreamer streamer{root.nodes()};
+    QList<ZuvoStreamerData> records;
+    QStringList commands;
+
+    World() {
+        QObject::connect(&streamer, &SimulatedStreamer::dataPublished, &streamer,
+                         [this](const ZuvoStreamerData& data) { records.append(data); });
+        QObject::connect(&streamer, &SimulatedStreamer::commandReceived, &streamer,
+                         [this](const QString& command) { commands.append(command); });
+    }
+
+    static CMPath dataPath() { return ZuvoStreamerDefaultPrefixPath() + ZuvoStreamerDataPath(); }
+    static CMPath playTimePath() { return dataPath() + ZuvoPlayLogicPlayTimePath(); }
+
+    CMReply<QVariant> send(const CMPath& command, const QVariant& payload = QVariant()) {
+        CMReply<QVariant> reply;
+        CMRoot()->invoke(ZuvoStreamerDefaultPrefixPath() + command, payload, reply);
+        return reply;
+    }
+    // Sends and waits for the answer.
+    CMReply<QVariant> call(const CMPath& command, const QVariant& payload = QVariant()) {
+        const CMReply<QVariant> reply = send(command, payload);
+        zuvotest::waitUntil([&] { return reply.isFinished(); });
+        return reply;
+    }
+    bool waitFor(const std::function<bool(const ZuvoStreamerData&)>& cond, int timeoutMs = 5000) {
+        return zuvotest::waitUntil([&] { return cond(streamer.data()); }, timeoutMs);
+    }
+    // The record the data node holds, as a client reads it.
+    ZuvoStreamerData nodeRecord() const { return ZuvoStreamerData(CMRoot()->getValue(dataPath()).toHash()); }
+};
+
+inline qint64 toI64(const ZuvoValue& value) {
+    return value.i64_();
+}
+
+inline double toDouble(const ZuvoValue& value) {
+    return value.double_();
+}
+
+} // namespace simtest
