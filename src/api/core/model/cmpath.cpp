@@ -51,6 +51,20 @@ int hexValue(QChar c) {
     return -1;
 }
 
+// The UTF-8 bytes as text, every byte accounted for: QString::fromUtf8()
+// drops a leading byte-order mark and, given a QByteArray, stops at the first
+// NUL, while "%EF%BB%BF" and "%00" name characters like any other.
+QString decodeUtf8(const QByteArray& bytes) {
+    static const QByteArray byteOrderMark("\xEF\xBB\xBF");
+    QString out;
+    int from = 0;
+    while (bytes.mid(from, byteOrderMark.size()) == byteOrderMark) {
+        out += QChar(0xFEFF);
+        from += byteOrderMark.size();
+    }
+    return out + QString::fromUtf8(bytes.constData() + from, bytes.size() - from);
+}
+
 // Decodes %XX sequences; a '%' not followed by two hex digits stays as it is.
 QString unescape(const QString& text) {
     if (!text.contains(QLatin1Char('%')))
@@ -60,7 +74,7 @@ QString unescape(const QString& text) {
     QString out;
     auto flush = [&] {
         if (!bytes.isEmpty()) {
-            out += QString::fromUtf8(bytes);
+            out += decodeUtf8(bytes);
             bytes.clear();
         }
     };
