@@ -68,6 +68,23 @@ QByteArray patternAt(qint64 offset, qint64 size) {
     return out;
 }
 
+// Bytes [offset, offset + size) of the generated body of an endless route.
+QByteArray endlessAt(const HttpTestRoute& route, qint64 offset, qint64 size) {
+    if (route.endlessRepeat.isEmpty())
+        return patternAt(offset, size);
+    const qint64 head = route.endlessHead.size();
+    const qint64 unit = route.endlessRepeat.size();
+    QByteArray out;
+    out.reserve(int(size));
+    while (out.size() < size) {
+        const qint64 at = offset + out.size();
+        const int wanted = int(size - out.size());
+        out += at < head ? route.endlessHead.mid(int(at), wanted)
+                         : route.endlessRepeat.mid(int((at - head) % unit), wanted);
+    }
+    return out;
+}
+
 bool hasHeader(const HttpTestRoute::Headers& headers, const QByteArray& name) {
     for (const auto& header : headers) {
         if (header.first.compare(name, Qt::CaseInsensitive) == 0)
@@ -245,7 +262,7 @@ private:
         if (size <= 0)
             return;
         const QByteArray piece = m_route.behaviour == HttpTestRoute::Behaviour::Endless
-                                     ? patternAt(m_bodySent, size)
+                                     ? endlessAt(m_route, m_bodySent, size)
                                      : m_body.mid(int(m_bodySent), int(size));
         if (m_route.framing == HttpTestRoute::Framing::Chunked)
             m_socket->write(QByteArray::number(piece.size(), 16) + "\r\n" + piece + "\r\n");
@@ -352,6 +369,17 @@ void HttpTestServer::setEndless(const QString& path, HttpTestRoute::Framing fram
     route.behaviour = HttpTestRoute::Behaviour::Endless;
     route.framing = framing;
     route.endlessLimit = upperLimit;
+    setRoute(path, route);
+}
+
+void HttpTestServer::setEndlessText(const QString& path, const QByteArray& head, const QByteArray& repeat,
+                                    HttpTestRoute::Framing framing, qint64 upperLimit) {
+    HttpTestRoute route;
+    route.behaviour = HttpTestRoute::Behaviour::Endless;
+    route.framing = framing;
+    route.endlessLimit = upperLimit;
+    route.endlessHead = head;
+    route.endlessRepeat = repeat;
     setRoute(path, route);
 }
 

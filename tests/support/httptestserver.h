@@ -41,6 +41,11 @@ struct HttpTestRoute {
     int trickleBytes = 0;      // > 0: send the body this many bytes at a time ...
     int trickleIntervalMs = 0; // ... one piece per interval
     qint64 endlessLimit = 64 * 1024 * 1024;
+    // Endless only: when endlessRepeat is set, the generated body is
+    // endlessHead followed by endlessRepeat over and over (a document that
+    // never ends) instead of pattern().
+    QByteArray endlessHead;
+    QByteArray endlessRepeat;
 };
 
 // A scriptable HTTP/1.1 server on the loopback interface, for tests.
@@ -81,6 +86,11 @@ public:
     // are out.
     void setEndless(const QString& path, HttpTestRoute::Framing framing = HttpTestRoute::Framing::Chunked,
                     qint64 upperLimit = 64 * 1024 * 1024);
+    // Endless text: head, then repeat over and over, until the client closes
+    // or upperLimit bytes are out.
+    void setEndlessText(const QString& path, const QByteArray& head, const QByteArray& repeat,
+                        HttpTestRoute::Framing framing = HttpTestRoute::Framing::Chunked,
+                        qint64 upperLimit = 64 * 1024 * 1024);
     void setGzip(const QString& path, const QByteArray& plainBody);
     // A 200 answer carrying `count` extra header fields of valueBytes each.
     void setHeaderFlood(const QString& path, int count, int valueBytes = 32);

@@ -1,0 +1,254 @@
+// Hostile HTTP peers met on the parse node's road: the playlist download of
+// PlayListParseNode against servers that trickle, never stop, inflate,
+// flood headers, loop, or all of that at once. Every request ends in exactly
+// one reply, and every download is gone afterwards (its connection closed).
+// The raw HTTP client cases live with the client's own tests.
+
+#include <QHash>
+#include <QSet>
+#include <functional>
+#include <gtest/gtest.h>
+#include <vector>
+
+#include "model/cmnodes.h"
+#include "playlistdata.h"
+#include "playlistparsenode.h"
+#include "support/eventloop.h"
+#include "support/httptestserver.h"
+
+using zuvotest::HttpTestRoute;
+using zuvotest::HttpTestServer;
+using zuvotest::waitUntil;
+
+namespace {
+
+constexpr int WaitMs = 20000;
+constexpr qint64 Limit = PlayListData::FetchReadSizeLimit;
+const CMPath NodePath("/hardening/playlistParser");
+
+// An M3U entry line of 600 bytes: 10000 of them (the row limit) would pass
+// the read limit, so the rows a cut document gives show where it was cut.
+QByteArray longEntryLine() {
+    const QByteArray stem = "track-";
+    const QByteArray suffix = ".mp3\n";
+    return stem + QByteArray(600 - stem.size() - suffix.size(), 'x') + suffix;
+}
+
+ZuvoRoles itemAt(const QString& url) {
+    ZuvoResource resource;
+    resource.setUri(url);
+    ZuvoMediaData mediaData;
+    mediaData.setResources(ZuvoList<ZuvoResource>{resource});
+    ZuvoRoles roles;
+    roles.setMediaData(mediaData);
+    return roles;
+}
+
+// Sets the playlist fetch time-out for the life of the guard.
+class FetchTimeout {
+public:
+    explicit FetchTimeout(int ms) { PlayListData::setFetchTimeoutForTesting(ms); }
+    ~FetchTimeout() { PlayListData::setFetchTimeoutForTesting(0); }
+    Q_DISABLE_COPY(FetchTimeout)
+};
+
+class HostilePeersTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        node = new PlayListParseNode(NodePath); // owned by the registry
+        node->setNodes(root.nodes());
+    }
+
+    // Sends a parse request for url; counts the reply's completions.
+    CMReply<QVariant> request(const QString& url) {
+        CMReply<QVariant> reply;
+        CMRoot()->invoke(NodePath, itemAt(url), reply);
+        reply.onFinished(&watcher, [this](const CMReply<QVariant>& r) { ++completions[r]; });
+        return reply;
+    }
+
+    CMReply<QVariant> parse(const QString& url) {
+        const CMReply<QVariant> reply = request(url);
+        EXPECT_TRUE(waitUntil([&] { return reply.isFinished(); }, WaitMs)) << url.toStdString();
+        return reply;
+    }
+
+    static ZuvoRowsRoles rows(const CMReply<QVariant>& reply, int fromRow, int toRow) {
+        CMReply<ZuvoRowsRoles> rowsReply;
+        CMRoot()->getRows(CMPath::fromEncoded(reply.value().toString()), fromRow, toRow, 0,
+                          {ZuvoRoles::MediaData()}, rowsReply);
+        EXPECT_TRUE(rowsReply.isFinished());
+        EXPECT_FALSE(rowsReply.hasError()) << rowsReply.error();
+        return rowsReply.value();
+    }
+
+    static QString uriOfRow(const ZuvoRowsRoles& answer, int i) {
+        const QVariantList values = answer.rows().toList().value(i).toList();
+        return ZuvoMediaData(values.value(0).toHash()).resources().value(0).uri();
+    }
+
+    // Every download is over once its connection is closed: each job owns
+    // its HTTP client, whose connections go with it.
+    bool allDownloadsGone() {
+        return waitUntil([&] { return server.openConnections() == 0; }, WaitMs);
+    }
+
+    CMRootScope root;
+    HttpTestServer server;
+    PlayListParseNode* node = nullptr;
+    QObject watcher;
+    QHash<CMVoidReply, int> completions; // by reply identity
+};
+
+TEST_F(HostilePeersTest, TricklingServerIsEndedByTheTotalTimeout) {
+    // One byte a second: far too slow for a playlist of 17 bytes, never idle
+    // long enough for an inactivity timeout.
+    const QByteArray body = "#EXTM3U\nslow.mp3\n";
+    server.setTrickle(QStringLiteral("/trickle.m3u"), body, 1, 1000);
+    const FetchTimeout timeout(2500);
+
+    const CMReply<QVariant> reply = parse(server.url(QStringLiteral("/trickle.m3u")));
+    EXPECT_EQ(reply.error().name(), QStringLiteral("unknownFormat"));
+    EXPECT_LT(server.bodyBytesSent(QStringLiteral("/trickle.m3u")), body.size());
+    EXPECT_TRUE(allDownloadsGone());
+}
+
+TEST_F(HostilePeersTest, NeverEndingDocumentsAreCutAtTheReadLimit) {
+    const QByteArray head = "#EXTM3U\n";
+    const QByteArray line = longEntryLine();
+    QByteArray inflating = head;
+    while (inflating.size() < 2 * Limit)
+        inflating += line;
+    server.setEndlessText(QStringLiteral("/endless.m3u"), head, line, HttpTestRoute::Framing::Chunked,
+                          qint64(1) << 30);
+    server.setGzip(QStringLiteral("/bomb.m3u"), inflating);
+    ASSERT_LT(HttpTestServer::gzip(inflating).size(), Limit / 50) << "a small download that inflates";
+
+    // The body holds exactly Limit bytes: the whole lines that fit, then the
+    // start of one more line, which still counts as an entry.
+    const qint64 entriesBytes = Limit - head.size();
+    const int wholeLines = int(entriesBytes / line.size());
+    const int cutLength = int(entriesBytes % line.size());
+    ASSERT_GT(cutLength, 0);
+    const QString base = server.url(QStringLiteral("/"));
+
+    for (const QString& path : {QStringLiteral("/endless.m3u"), QStringLiteral("/bomb.m3u")}) {
+        SCOPED_TRACE(path.toStdString());
+        const CMReply<QVariant> reply = parse(server.url(path));
+        ASSERT_FALSE(reply.hasError()) << reply.error();
+        const ZuvoRowsRoles last = rows(reply, wholeLines - 1, wholeLines + 5);
+        EXPECT_EQ(last.rowsCount(), wholeLines + 1);
+        EXPECT_EQ(uriOfRow(last, 0), base + QString::fromLatin1(line.trimmed()));
+        EXPECT_EQ(uriOfRow(last, 1), base + QString::fromLatin1(line.left(cutLength)));
+        EXPECT_TRUE(allDownloadsGone());
+    }
+    // The endless server was stopped near the limit, not after its gigabyte;
+    // what it got ahead sits in socket buffers.
+    EXPECT_LT(server.bodyBytesSent(QStringLiteral("/endless.m3u")), 4 * Limit);
+}
+
+TEST_F(HostilePeersTest, HeaderFloodStillEndsInOneReply) {
+    // QtNetwork takes any number of fields, merging them in time quadratic
+    // in their count (see HttpClient): a few thousand still pass quickly.
+    for (const int fields : {500, 3000}) {
+        SCOPED_TRACE(fields);
+        const QString path = QStringLiteral("/flood%1.m3u").arg(fields);
+        HttpTestRoute route;
+        route.body = "#EXTM3U\nflooded.mp3\n";
+        for (int i = 0; i < fields; ++i)
+            route.headers.append({"X-Flood-" + QByteArray::number(i), QByteArray(32, 'v')});
+        server.setRoute(path, route);
+
+        const CMReply<QVariant> reply = parse(server.url(path));
+        ASSERT_FALSE(reply.hasError()) << reply.error();
+        EXPECT_EQ(rows(reply, 0, 9).rowsCount(), 1);
+        EXPECT_EQ(completions[reply], 1);
+    }
+    EXPECT_TRUE(allDownloadsGone());
+}
+
+TEST_F(HostilePeersTest, HundredConcurrentFetchesAmongHostilePeersEachEndOnce) {
+    struct Kind {
+        const char* name;
+        int count;
+        std::function<void(const QString& path, int i)> setUp;
+        bool parsed;   // else the request fails as unknownFormat
+        bool endsLate; // only the fetch time-out ends it (shortened here)
+    };
+    const std::vector<Kind> kinds = {
+        {"good", 50,
+         [&](const QString& path, int i) {
+             QByteArray body = "#EXTM3U\n";
+             for (int n = 0; n <= i % 5; ++n)
+                 body += "entry" + QByteArray::number(i) + "-" + QByteArray::number(n) + ".mp3\n";
+             server.setResponse(path, 200, body);
+         },
+         true, false},
+        {"trickle", 8,
+         [&](const QString& path, int) { server.setTrickle(path, "#EXTM3U\nx.mp3\n", 1, 1000); }, false,
+         true},
+        {"silent", 8, [&](const QString& path, int) { server.setNeverAnswer(path); }, false, true},
+        {"hang-up", 8, [&](const QString& path, int) { server.setCloseWithoutAnswer(path); }, false, false},
+        {"redirect loop", 8, [&](const QString& path, int) { server.setRedirect(path, path); }, false, false},
+        {"endless", 4, [&](const QString& path, int) { server.setEndless(path); }, false, false},
+        {"missing", 8, [&](const QString& path, int) { server.setResponse(path, 404, "#EXTM3U\nno.mp3\n"); },
+         true, false},
+        {"gzip bomb", 6,
+         [&](const QString& path, int) {
+             server.setGzip(path, "#EXTM3U\nbomb.mp3\n#" + QByteArray(int(2 * Limit), 'x'));
+         },
+         true, false},
+    };
+    struct Sent {
+        const Kind* kind;
+        int i;
+        CMReply<QVariant> reply;
+    };
+    std::vector<Sent> sent;
+    int index = 0;
+    for (const Kind& kind : kinds) {
+        for (int n = 0; n < kind.count; ++n, ++index) {
+            const QString path = QStringLiteral("/peer%1").arg(index);
+            kind.setUp(path, index);
+            // The others end by themselves, however slowly this machine runs.
+            const FetchTimeout timeout(kind.endsLate ? 2000 : 0);
+            sent.push_back({&kind, index, request(server.url(path))});
+        }
+    }
+    ASSERT_EQ(sent.size(), 100u);
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            for (const Sent& s : sent) {
+                if (!s.reply.isFinished())
+                    return false;
+            }
+            return true;
+        },
+        WaitMs));
+    zuvotest::drainEvents();
+
+    QSet<QString> listPaths;
+    for (const Sent& s : sent) {
+        SCOPED_TRACE(std::string(s.kind->name) + " " + std::to_string(s.i));
+        EXPECT_EQ(completions[s.reply], 1);
+        if (!s.kind->parsed) {
+            EXPECT_EQ(s.reply.error().name(), QStringLiteral("unknownFormat"));
+            continue;
+        }
+        // A 404 still carries a playlist body, and the status is not
+        // examined; a gzip bomb still starts with its playlist.
+        ASSERT_FALSE(s.reply.hasError()) << s.reply.error();
+        listPaths.insert(s.reply.value().toString());
+        const ZuvoRowsRoles answer = rows(s.reply, 0, 9);
+        if (QByteArray(s.kind->name) == "good") {
+            EXPECT_EQ(answer.rowsCount(), s.i % 5 + 1);
+            EXPECT_TRUE(uriOfRow(answer, 0).endsWith(QStringLiteral("/entry%1-0.mp3").arg(s.i)));
+        } else {
+            EXPECT_EQ(answer.rowsCount(), 1);
+        }
+    }
+    EXPECT_EQ(listPaths.size(), 64) << "one list node per parsed playlist";
+    EXPECT_TRUE(allDownloadsGone());
+}
+
+} // namespace

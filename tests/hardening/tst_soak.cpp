@@ -1,0 +1,132 @@
+// Soak: the host's track-list play logic on the simulated streamer, cycle
+// after cycle of play -> near end -> next -> stop, driven through
+// PlayLogicInterface like a remote control would. Every reply a client got
+// must complete, nothing may assert, and the resident memory may not grow
+// past warm-up by more than 1 MiB (checked without sanitizers or valgrind,
+// whose own bookkeeping grows; LeakSanitizer checks leaks in its build).
+//
+// ZUVO_SOAK_CYCLES sets the number of cycles (default 150, enough for
+// ctest; a full soak runs 10000 by hand), ZUVO_SOAK_SPEED the simulated
+// streamer's speed (default 10: a 5000 ms track is near its end as soon as
+// it plays and ends 500 ms later, unless "next" comes first).
+
+#include <QFile>
+#include <QTimer>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <unistd.h>
+#include <vector>
+
+#include "model/cmnodes.h"
+#include "playlogicinterface.h"
+#include "simulatedstreamer.h"
+#include "support/eventloop.h"
+#include "tracklistplaylogic.h"
+
+using zuvotest::waitUntil;
+
+namespace {
+
+constexpr int WaitMs = 30000;
+constexpr qint64 MaxGrowthBytes = 1024 * 1024;
+
+int envInt(const char* name, int fallback) {
+    bool ok = false;
+    const int value = qEnvironmentVariableIntValue(name, &ok);
+    return ok && value > 0 ? value : fallback;
+}
+
+// Resident set size of this process, from /proc (0 where unavailable).
+qint64 residentBytes() {
+    QFile statm(QStringLiteral("/proc/self/statm"));
+    if (!statm.open(QIODevice::ReadOnly))
+        return 0;
+    const QList<QByteArray> fields = statm.readAll().split(' ');
+    return fields.value(1).toLongLong() * sysconf(_SC_PAGESIZE);
+}
+
+// Whether memory figures are our own: sanitizer runtimes keep freed memory
+// in quarantine and valgrind grows its own tables as the run goes on.
+bool memoryFiguresMeaningful() {
+#if defined(__SANITIZE_ADDRESS__)
+    return false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+    return false;
+#endif
+#endif
+    return !qgetenv("LD_PRELOAD").contains("vgpreload");
+}
+
+ZuvoRoles track(const QString& title) {
+    ZuvoResource resource;
+    resource.setUri(QStringLiteral("sim://soak/%1.mp3?zuvo-duration=5000").arg(title));
+    ZuvoMediaData mediaData;
+    mediaData.setResources(ZuvoList<ZuvoResource>{resource});
+    ZuvoRoles roles;
+    roles.setTitle(title);
+    roles.setMediaData(mediaData);
+    return roles;
+}
+
+TEST(Soak, PlayNearEndNextStopCycles) {
+    const int cycles = envInt("ZUVO_SOAK_CYCLES", 150);
+    const int warmUp = qMax(20, cycles / 10);
+    CMRootScope scope;
+    SimulatedStreamer streamer(scope.nodes());
+    streamer.setSpeed(envInt("ZUVO_SOAK_SPEED", 10));
+    const CMPath basePath("/hardening/soakPlayLogic");
+    PlayLogicInterface* const client = PlayLogicInterface::instance(basePath);
+    TrackListPlayLogic logic(scope.nodes(), basePath);
+    logic.setTracks({track(QStringLiteral("first")), track(QStringLiteral("second"))});
+    // No client pings here; a slow run must not meet the watchdog's stop.
+    auto* watchdog = logic.findChild<QTimer*>(QStringLiteral("pingTimeoutTimer"));
+    ASSERT_NE(watchdog, nullptr);
+    watchdog->setInterval(3600 * 1000);
+
+    const auto playing = [&](const char* title) {
+        return waitUntil(
+            [&] {
+                const ZuvoPlayLogicData data = client->data();
+                return data.state() == ZuvoPlayLogicState::playing &&
+                       data.trackRoles().title() == QLatin1String(title);
+            },
+            WaitMs);
+    };
+    std::vector<CMReply<QVariant>> replies;
+    qint64 residentAfterWarmUp = 0;
+    for (int cycle = 0; cycle < cycles; ++cycle) {
+        SCOPED_TRACE(cycle);
+        replies.push_back(client->play(ZuvoRoles()));
+        ASSERT_TRUE(playing("first"));
+        ASSERT_TRUE(waitUntil([&] { return streamer.data().trackNearEnd(); }, WaitMs));
+        replies.push_back(client->next());
+        ASSERT_TRUE(playing("second"));
+        replies.push_back(client->stop(ZuvoPlayLogicStopReason::user));
+        ASSERT_TRUE(waitUntil([&] { return client->data().state() == ZuvoPlayLogicState::stopped; }, WaitMs));
+        ASSERT_TRUE(waitUntil(
+            [&] {
+                for (const CMReply<QVariant>& reply : replies) {
+                    if (!reply.isFinished())
+                        return false;
+                }
+                return true;
+            },
+            WaitMs))
+            << "a client reply never completed";
+        replies.clear();
+        if (cycle + 1 == warmUp) {
+            zuvotest::drainEvents();
+            residentAfterWarmUp = residentBytes();
+        }
+    }
+    zuvotest::drainEvents();
+    const qint64 growth = residentBytes() - residentAfterWarmUp;
+    std::cout << "[ soak ] " << cycles << " cycles, resident after warm-up " << residentAfterWarmUp / 1024
+              << " KiB, growth " << growth / 1024 << " KiB" << std::endl;
+    if (memoryFiguresMeaningful() && residentAfterWarmUp > 0) {
+        EXPECT_LE(growth, MaxGrowthBytes);
+    }
+}
+
+} // namespace
