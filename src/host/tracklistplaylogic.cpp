@@ -166,10 +166,12 @@ ZuvoPlayLogicData TrackListPlayLogic::mediaPlaybackStarted(const ZuvoRoles& newT
 void TrackListPlayLogic::playbackStopped(const CMError& error) {
     dbglog_scopedFunctionArgs(logger, error);
     StreamerPlayLogic::playbackStopped(error);
-    // Without a message the stop-flag pair ends the playback; with one the
-    // item could not be played and the error is now published.
+    // Without a message the stop-flag pair ends the playback (an item that
+    // ended before its successor was queued is taken up when the streamer
+    // asks for the next media, see decideNextMedia()).
     if (error.message().isEmpty())
         return;
+    // The item could not be played and the error is now published.
     ++m_failuresInARow;
     const int next = m_trackList.next(m_currentIndex, playMode());
     if (next >= 0 && m_failuresInARow < m_trackList.size() && !m_controlQueue.stopped()) {

@@ -180,6 +180,18 @@ TEST_F(TrackListPlayLogicTest, ItemEndingBeforeItsNearEndIsFollowedByAPlay) {
     EXPECT_EQ(streamer.count(Command::setNextMedia), 0);
 }
 
+TEST_F(TrackListPlayLogicTest, NextMediaTheStreamerRefusedStartsWithAPlayAtTheEnd) {
+    startAt(0);
+    streamer.failNext(Command::setNextMedia, CMError(QStringLiteral("NotPlaying"), TrString("too late")));
+    streamerPlays(1, Command::play, true);
+    EXPECT_EQ(sent(Command::setNextMedia, 1), QStringLiteral("two"));
+    streamerStops(1, -13);
+    EXPECT_EQ(sent(Command::play, 2), QStringLiteral("two"));
+    streamerPlays(2, Command::play);
+    EXPECT_EQ(logic->currentIndex(), 1);
+    EXPECT_FALSE(states.contains(ZuvoPlayLogicState::stopped));
+}
+
 TEST_F(TrackListPlayLogicTest, SkipsAndSetCurrentTrackPlayTheChosenItems) {
     startAt(0);
     struct Step {
