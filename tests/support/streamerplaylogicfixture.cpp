@@ -1,5 +1,6 @@
 #include "streamerplaylogicfixture.h"
 
+#include "eventloop.h"
 #include "model/cmactivatenode.h"
 
 TestServiceNode::TestServiceNode(CMNodes* nodes, const CMPath& path, QObject* parent)
@@ -16,51 +17,6 @@ void TestServiceNode::onInvoked(const CMSetDataRequest& request) {
         m_answer(request);
     else
         request.reply().setValue(QVariant());
-}
-
-#include "eventloop.h"
-#include "model/cmvaluenode.h"
-#include "zuvo.h"
-
-ScriptedStreamer::ScriptedStreamer(CMNodes* nodes, QObject* parent)
-    : QObject(parent) {
-    const auto answerId = [this](const CMSetDataRequest& request) {
-        request.reply().setValue(QVariant(m_nextId++));
-    };
-    m_play = makeNode(nodes, ZuvoStreamerPlayPath());
-    m_play->setAnswer(answerId);
-    m_setNextMedia = makeNode(nodes, ZuvoStreamerSetNextMediaPath());
-    m_setNextMedia->setAnswer(answerId);
-    m_clearNextMedia = makeNode(nodes, ZuvoStreamerClearNextMediaPath());
-    m_pause = makeNode(nodes, ZuvoStreamerPausePath());
-    m_resume = makeNode(nodes, ZuvoStreamerResumePath());
-    m_stop = makeNode(nodes, ZuvoStreamerStopPath());
-    m_seek = makeNode(nodes, ZuvoStreamerSeekPath());
-    makeNode(nodes, ZuvoStreamerSetAttributesPath());
-    const CMPath dataPath = ZuvoStreamerDefaultPrefixPath() + ZuvoStreamerDataPath();
-    m_data = CMValueNode::create(nodes, dataPath);
-    m_playTime = CMValueNode::create(nodes, dataPath + ZuvoPlayLogicPlayTimePath());
-    m_bufferingLevel = CMValueNode::create(nodes, dataPath + ZuvoPlayLogicBufferingLevelPath());
-}
-
-TestServiceNode* ScriptedStreamer::makeNode(CMNodes* nodes, const CMPath& relative) {
-    return new TestServiceNode(nodes, ZuvoStreamerDefaultPrefixPath() + relative, this);
-}
-
-void ScriptedStreamer::publish(const ZuvoStreamerData& data) {
-    m_data->setValue(ZuvoValue(data.__hash()));
-}
-
-void ScriptedStreamer::publishBufferingLevel(double percentage) {
-    ZuvoValue value;
-    value.setDouble_(percentage);
-    m_bufferingLevel->setValue(value);
-}
-
-void ScriptedStreamer::publishPlayTime(qint64 ms) {
-    ZuvoValue value;
-    value.setI64_(ms);
-    m_playTime->setValue(value);
 }
 
 namespace spltest {
@@ -88,37 +44,54 @@ ZuvoRoles item(const QStringList& uris, const CMPath& stateChangePath, bool live
     return roles;
 }
 
-ZuvoRoles withPrePlay(ZuvoRoles roles, const CMPath& prePlayPath) {
+ZuvoRoles withMetaData(ZuvoRoles roles, const std::function<void(ZuvoMetaData&)>& change) {
     ZuvoMediaData mediaData = roles.mediaData();
     ZuvoMetaData metaData = mediaData.metaData();
-    metaData.setPrePlayPath(prePlayPath);
+    change(metaData);
     mediaData.setMetaData(metaData);
     roles.setMediaData(mediaData);
     return roles;
 }
 
+ZuvoRoles withActiveResource(ZuvoRoles roles, const std::function<void(ZuvoResource&)>& change) {
+    ZuvoMediaData mediaData = roles.mediaData();
+    ZuvoResource active = mediaData.activeResource();
+    change(active);
+    mediaData.setActiveResource(active);
+    roles.setMediaData(mediaData);
+    return roles;
+}
+
+ZuvoRoles withPrePlay(const ZuvoRoles& roles, const CMPath& prePlayPath) {
+    return withMetaData(roles,
+                        [&prePlayPath](ZuvoMetaData& metaData) { metaData.setPrePlayPath(prePlayPath); });
+}
+
 ZuvoStreamerData streamerData(int playbackId, ZuvoPlayLogicState::Enum state, const ZuvoRoles& trackRoles) {
-    ZuvoStreamerData data;
-    data.setPlaybackId(playbackId);
-    data.setState(state);
+    ZuvoStreamerData data = TestStreamerService::makeData(playbackId, state);
     data.setTrackRoles(trackRoles);
     return data;
 }
 
-ZuvoStreamerData withError(ZuvoStreamerData data, const QString& name, int code, const QString& message) {
-    ZuvoError error;
-    error.setName(name);
-    error.setCode(code);
-    error.setMessage(message);
-    data.setError(error);
+ZuvoStreamerData stoppedWith(ZuvoStreamerData data, int code, const QString& name, const QString& message) {
+    data.setError(TestStreamerService::makeError(code, name, message));
     data.setState(ZuvoPlayLogicState::stopped);
     return data;
+}
+
+QString activeUri(const ZuvoRoles& roles) {
+    return roles.mediaData().activeResource().uri();
+}
+
+QTimer* errorReportTimer(const StreamerPlayLogic& logic) {
+    return logic.findChild<QTimer*>(QStringLiteral("errorReportTimer"));
 }
 
 } // namespace spltest
 
 ZuvoPlayLogicData TestStreamerPlayLogic::mediaPlaybackStarted(const ZuvoRoles& newTrackRoles,
                                                               const ZuvoRoles& previousTrackRoles) {
+    ++mediaStarts;
     ZuvoPlayLogicData result = StreamerPlayLogic::mediaPlaybackStarted(newTrackRoles, previousTrackRoles);
     ZuvoPlayLogicControls controls;
     for (const QString& key :
@@ -142,18 +115,30 @@ void TestStreamerPlayLogic::prepareNextMedia() {
     sendSetNextMediaCommand(upcoming.takeFirst(), QVariantHash());
 }
 
-ZuvoStreamerData spltest::playAndStart(SplHarness& h, const ZuvoRoles& track) {
-    const int playsBefore = h.streamer.playNode().count();
-    const int id = h.streamer.nextPlaybackId();
-    h.client->playContainer(ZuvoRoles(), track, 0, 0);
-    if (!zuvotest::waitUntil([&] { return h.streamer.playNode().count() == playsBefore + 1; }))
+ZuvoStreamerPlayArgs SplWorld::sent(Command command, int i) const {
+    const QList<TestStreamerService::Invocation> list = streamer.invocations(command);
+    return i < list.size() ? ZuvoStreamerPlayArgs(list.at(i).args()) : ZuvoStreamerPlayArgs();
+}
+
+ZuvoStreamerData SplWorld::playAndStart(const ZuvoRoles& track, const ZuvoRoles& media) {
+    const int playsBefore = count(Command::play);
+    const int id = streamer.nextPlaybackId();
+    client->playContainer(media, track, 0, 0);
+    if (!waitForCount(Command::play, playsBefore + 1))
         return ZuvoStreamerData();
-    ZuvoStreamerData data = streamerData(id, ZuvoPlayLogicState::playing, track);
+    // The streamer reports the roles it was given.
+    ZuvoStreamerData data =
+        spltest::streamerData(id, ZuvoPlayLogicState::playing, sent(Command::play, playsBefore).roles());
     ZuvoPlayLogicStatus status;
     status.setDuration(60000);
     data.setStatus(status);
-    h.streamer.publish(data);
-    if (!zuvotest::waitUntil([&] { return h.client->data().streamId() == id; }))
+    streamer.publishData(data);
+    if (!zuvotest::waitUntil([&] { return published().streamId() == id; }))
         return ZuvoStreamerData();
     return data;
+}
+
+PublishedStates::PublishedStates(PlayLogicBase* logic) {
+    connect(logic, &PlayLogicBase::playbackDataChanged, this,
+            [this](const ZuvoPlayLogicData& data) { states.append(data.state()); });
 }

@@ -2,22 +2,25 @@
 
 #include <QList>
 #include <QObject>
+#include <QTimer>
 #include <QVariant>
 #include <functional>
+#include <gtest/gtest.h>
+#include <memory>
 
 #include "model/cmnodes.h"
 #include "model/cmpath.h"
 #include "model/cmrequest.h"
 #include "playlogicinterface.h"
 #include "streamerplaylogic.h"
+#include "support/teststreamerservice.h"
 #include "zuvo.h"
-
-class CMNodes;
 
 // A service node for play-logic tests: an activation node at a path that
 // records every set-data request it receives (role and value) and answers it
 // through a scriptable answer function. Stands in for an item's pre-play
-// node, its playback-state-change node and the notification display.
+// node, its playback-state-change node, the notification display and the
+// playlist parser.
 //
 // The node is created in nodes and owned by that registry; requests are
 // delivered through the event loop (queued), like any activation node.
@@ -39,7 +42,6 @@ public:
     const QList<CMSetDataRequest>& requests() const { return m_requests; }
     // The value of request i as a hash.
     QVariantHash valueAt(int i) const { return m_requests.at(i).data().toHash(); }
-    QVariantHash lastValue() const { return m_requests.isEmpty() ? QVariantHash() : valueAt(count() - 1); }
 
 private:
     void onInvoked(const CMSetDataRequest& request);
@@ -49,60 +51,24 @@ private:
     QList<CMSetDataRequest> m_requests;
 };
 
-class CMValueNode;
-
-// The streamer's model paths served by scripted test nodes: every command
-// path is a TestServiceNode; play and setNextMedia answer with increasing
-// playback ids (1, 2, ...) unless a test sets its own answer. The data and
-// play-time values are value nodes the test publishes on.
-class ScriptedStreamer : public QObject {
-    Q_OBJECT
-public:
-    explicit ScriptedStreamer(CMNodes* nodes, QObject* parent = nullptr);
-    Q_DISABLE_COPY(ScriptedStreamer)
-
-    TestServiceNode& playNode() { return *m_play; }
-    TestServiceNode& setNextMediaNode() { return *m_setNextMedia; }
-    TestServiceNode& clearNextMediaNode() { return *m_clearNextMedia; }
-    TestServiceNode& pauseNode() { return *m_pause; }
-    TestServiceNode& resumeNode() { return *m_resume; }
-    TestServiceNode& stopNode() { return *m_stop; }
-    TestServiceNode& seekNode() { return *m_seek; }
-
-    // Publishes data as the streamer's data value.
-    void publish(const ZuvoStreamerData& data);
-    void publishPlayTime(qint64 ms);
-    void publishBufferingLevel(double percentage);
-    // The playback id the next play/setNextMedia answer gives.
-    int nextPlaybackId() const { return m_nextId; }
-
-private:
-    TestServiceNode* makeNode(CMNodes* nodes, const CMPath& relative);
-
-    int m_nextId = 1;
-    TestServiceNode* m_play = nullptr;
-    TestServiceNode* m_setNextMedia = nullptr;
-    TestServiceNode* m_clearNextMedia = nullptr;
-    TestServiceNode* m_pause = nullptr;
-    TestServiceNode* m_resume = nullptr;
-    TestServiceNode* m_stop = nullptr;
-    TestServiceNode* m_seek = nullptr;
-    CMValueNode* m_data = nullptr;
-    CMValueNode* m_playTime = nullptr;
-    CMValueNode* m_bufferingLevel = nullptr;
-};
-
 // Builders of the records the streamer play logic tests exchange.
 namespace spltest {
 
 // An item with the given resource URIs, the first one active, reporting its
 // playback states to stateChangePath (when not empty).
 ZuvoRoles item(const QStringList& uris, const CMPath& stateChangePath = CMPath(), bool live = false);
-// The same item with a pre-play path.
-ZuvoRoles withPrePlay(ZuvoRoles roles, const CMPath& prePlayPath);
-// Streamer data of one playback (withError: stopped, with the error).
+// The same item with its metadata / its active resource changed by change.
+ZuvoRoles withMetaData(ZuvoRoles roles, const std::function<void(ZuvoMetaData&)>& change);
+ZuvoRoles withActiveResource(ZuvoRoles roles, const std::function<void(ZuvoResource&)>& change);
+ZuvoRoles withPrePlay(const ZuvoRoles& roles, const CMPath& prePlayPath);
+// Streamer data of one playback.
 ZuvoStreamerData streamerData(int playbackId, ZuvoPlayLogicState::Enum state, const ZuvoRoles& trackRoles);
-ZuvoStreamerData withError(ZuvoStreamerData data, const QString& name, int code, const QString& message);
+// data stopped with a streamer error.
+ZuvoStreamerData stoppedWith(ZuvoStreamerData data, int code, const QString& name,
+                             const QString& message = QString());
+QString activeUri(const ZuvoRoles& roles);
+// The play logic's error-report timer (test seam: found by object name).
+QTimer* errorReportTimer(const StreamerPlayLogic& logic);
 
 } // namespace spltest
 
@@ -119,11 +85,11 @@ public:
     QList<ZuvoRoles> upcoming;
     int prepareNextMediaCalls = 0;
     int tryResumeCalls = 0;
+    int mediaStarts = 0;
 
     using StreamerPlayLogic::activeResourcePosition;
     using StreamerPlayLogic::nextActiveResource;
     using StreamerPlayLogic::reportError;
-    using StreamerPlayLogic::seekTimeRelToAbs;
     using StreamerPlayLogic::sendPlayCommand;
     using StreamerPlayLogic::sendSetNextMediaCommand;
     using StreamerPlayLogic::setStopFlag;
@@ -134,23 +100,63 @@ public:
     void tryResumePlayback() override { ++tryResumeCalls; }
 };
 
-// One streamer play logic test world: a fresh registry, the scripted
-// streamer, a pre-play node, a playback-state-change node and the
-// notification display, and the client of the play logic at basePath.
-struct SplHarness {
+// One streamer play logic test world: a fresh registry, the test streamer
+// service on the default streamer paths, service nodes for pre-play,
+// playback-state change, the notification display and the playlist parser
+// (which holds its requests), and the client of the play logic at basePath.
+// The play logic itself is the test's; it must go before the world.
+struct SplWorld {
+    using Command = TestStreamerService::Command;
+
     CMRootScope scope;
-    ScriptedStreamer streamer{scope.nodes()};
-    TestServiceNode stateChange{scope.nodes(), CMPath("/service/stateChange")};
-    TestServiceNode prePlay{scope.nodes(), CMPath("/service/prePlay")};
+    TestStreamerService streamer{scope.nodes()};
+    TestServiceNode stateChange{scope.nodes(), stateChangePath()};
+    TestServiceNode prePlay{scope.nodes(), prePlayPath()};
     TestServiceNode display{scope.nodes(), ZuvoNotificationDisplayOpenPath()};
-    CMPath basePath{"/test/streamerPlayLogic"};
-    PlayLogicInterface* client = PlayLogicInterface::instance(basePath);
+    TestServiceNode parser{scope.nodes(), ZuvoPlayerContentPlayLogicPlaylistPath()};
+    const CMPath basePath{"/test/streamerPlayLogic"};
+    PlayLogicInterface* const client = PlayLogicInterface::instance(basePath);
+
+    SplWorld() { parser.holdRequests(true); }
+
+    static CMPath stateChangePath() { return CMPath("/service/stateChange"); }
+    static CMPath prePlayPath() { return CMPath("/service/prePlay"); }
+
+    ZuvoPlayLogicData published() const { return client->data(); }
+    int count(Command command) const { return streamer.count(command); }
+    // Arguments of the i-th play / setNextMedia the streamer received.
+    ZuvoStreamerPlayArgs sent(Command command, int i) const;
+    // Runs the event loop until the streamer has received n commands of command.
+    bool waitForCount(Command command, int n) const { return streamer.waitForCount(command, n); }
+    // Plays track (in media, when given) through the client and lets the
+    // streamer start it (state playing, duration 60000 ms, the track roles it
+    // received) with the next playback id; returns the streamer data published, or an empty record
+    // when the play did not reach the streamer or the published data.
+    ZuvoStreamerData playAndStart(const ZuvoRoles& track, const ZuvoRoles& media = ZuvoRoles());
 };
 
-namespace spltest {
-// Plays track through the harness's client and lets the scripted streamer
-// start it (state playing, duration 60000 ms) with the next playback id;
-// returns the streamer data published. Waits on the event loop; returns an
-// empty record when the play does not reach the streamer or the play logic.
-ZuvoStreamerData playAndStart(SplHarness& h, const ZuvoRoles& track);
-} // namespace spltest
+// GoogleTest fixture: a world and a play logic of type Logic on it.
+template <typename Logic = TestStreamerPlayLogic> class SplTest : public ::testing::Test {
+protected:
+    using Command = TestStreamerService::Command;
+
+    void SetUp() override { logic = std::make_unique<Logic>(h.scope.nodes(), h.basePath); }
+
+    ZuvoPlayLogicData published() const { return h.published(); }
+    ZuvoStreamerData playAndStart(const ZuvoRoles& track, const ZuvoRoles& media = ZuvoRoles()) {
+        const ZuvoStreamerData data = h.playAndStart(track, media);
+        EXPECT_FALSE(data.isEmpty());
+        return data;
+    }
+
+    SplWorld h;
+    std::unique_ptr<Logic> logic;
+};
+
+// Records every state the play logic publishes, in order; disconnects
+// itself when destroyed.
+class PublishedStates : public QObject {
+public:
+    explicit PublishedStates(PlayLogicBase* logic);
+    QList<ZuvoPlayLogicState::Enum> states;
+};

@@ -11,18 +11,17 @@
 #include "support/streamerplaylogicfixture.h"
 
 using zuvotest::waitUntil;
+using Command = TestStreamerService::Command;
 
 namespace {
 
-template <typename Logic> class ControlsTestBase : public ::testing::Test {
+template <typename Logic> class ControlsTestBase : public SplTest<Logic> {
 protected:
     void SetUp() override {
-        logic = std::make_unique<Logic>(h.scope.nodes(), h.basePath);
-        data = spltest::playAndStart(h, spltest::item({QStringLiteral("http://a/1")}));
+        SplTest<Logic>::SetUp();
+        data = this->playAndStart(spltest::item({QStringLiteral("http://a/1")}));
         ASSERT_FALSE(data.isEmpty());
     }
-
-    ZuvoPlayLogicData published() const { return h.client->data(); }
 
     // Lets the streamer report a seekable stream of 60 s at play time 55 s.
     void makeSeekable() {
@@ -31,10 +30,10 @@ protected:
         status.setTimeSeek(true);
         status.setByteSeek(true);
         data.setStatus(status);
-        h.streamer.publish(data);
-        ASSERT_TRUE(waitUntil([&] { return published().status().timeSeek(); }));
-        h.streamer.publishPlayTime(55000);
-        ASSERT_TRUE(waitUntil([&] { return h.client->playTime() == 55000; }));
+        this->h.streamer.publishData(data);
+        ASSERT_TRUE(waitUntil([&] { return this->published().status().timeSeek(); }));
+        this->h.streamer.publishPlayTime(55000);
+        ASSERT_TRUE(waitUntil([&] { return this->h.client->playTime() == 55000; }));
     }
 
     CMReply<QVariant> finished(const CMReply<QVariant>& reply) {
@@ -43,8 +42,6 @@ protected:
         return reply;
     }
 
-    SplHarness h;
-    std::unique_ptr<Logic> logic;
     ZuvoStreamerData data;
 };
 
@@ -76,9 +73,9 @@ TEST_F(ControlsOffTest, DisabledControlsSucceedAndSendNothing) {
         EXPECT_TRUE(log.contains(log4cplus::DEBUG_LOG_LEVEL, QString::fromUtf8(row.line)))
             << log.toString().toStdString();
     }
-    EXPECT_EQ(h.streamer.pauseNode().count(), 0);
-    EXPECT_EQ(h.streamer.resumeNode().count(), 0);
-    EXPECT_EQ(h.streamer.seekNode().count(), 0);
+    EXPECT_EQ(h.count(Command::pause), 0);
+    EXPECT_EQ(h.count(Command::resume), 0);
+    EXPECT_EQ(h.count(Command::seek), 0);
 }
 
 TEST_F(ControlsOnTest, InternalVariantsAnswerPerControl) {
@@ -91,7 +88,7 @@ TEST_F(ControlsOnTest, InternalVariantsAnswerPerControl) {
         EXPECT_EQ(reply.error().message(), QStringLiteral("Operation not supported."));
     }
     EXPECT_FALSE(finished(h.client->next()).hasError());
-    EXPECT_EQ(h.streamer.playNode().count(), 1);
+    EXPECT_EQ(h.count(Command::play), 1);
 }
 
 TEST_F(ControlsOnTest, SeekNeedsASeekableStream) {
@@ -102,7 +99,7 @@ TEST_F(ControlsOnTest, SeekNeedsASeekableStream) {
         log.contains(log4cplus::DEBUG_LOG_LEVEL, QStringLiteral("Stream is not seekable by time position")));
     EXPECT_TRUE(
         log.contains(log4cplus::DEBUG_LOG_LEVEL, QStringLiteral("Stream is not seekable by bytes position")));
-    EXPECT_EQ(h.streamer.seekNode().count(), 0);
+    EXPECT_EQ(h.count(Command::seek), 0);
 }
 
 TEST_F(ControlsOnTest, SeekTimeAbsoluteRelativeAndClamped) {
@@ -126,59 +123,95 @@ TEST_F(ControlsOnTest, SeekTimeAbsoluteRelativeAndClamped) {
     int sent = 0;
     for (const Row& row : rows) {
         EXPECT_FALSE(row.send().hasError());
-        ASSERT_TRUE(waitUntil([&] { return h.streamer.seekNode().count() == sent + 1; }));
-        EXPECT_EQ(ZuvoStreamerSeekPosition(h.streamer.seekNode().valueAt(sent)).timeMs(), row.expectedMs);
+        ASSERT_TRUE(h.waitForCount(Command::seek, sent + 1));
+        EXPECT_EQ(ZuvoStreamerSeekPosition(h.streamer.invocations(Command::seek).at(sent).args()).timeMs(),
+                  row.expectedMs);
         ++sent;
     }
     EXPECT_FALSE(finished(h.client->seekBytes(4096)).hasError());
-    ASSERT_TRUE(waitUntil([&] { return h.streamer.seekNode().count() == sent + 1; }));
-    const ZuvoStreamerSeekPosition bytes(h.streamer.seekNode().valueAt(sent));
+    ASSERT_TRUE(h.waitForCount(Command::seek, sent + 1));
+    const ZuvoStreamerSeekPosition bytes(h.streamer.last(Command::seek).args());
     EXPECT_EQ(bytes.bytes(), 4096);
     EXPECT_FALSE(bytes.isSetTimeMs());
 }
 
-TEST_F(ControlsOnTest, PauseTogglesAndSharesThePauseInstant) {
-    const qint64 before = StreamerPlayLogic::pauseInstant();
-    EXPECT_FALSE(finished(h.client->pause()).hasError());
-    ASSERT_TRUE(waitUntil([&] { return h.streamer.pauseNode().count() == 1; }));
-    EXPECT_GE(StreamerPlayLogic::pauseInstant(), before);
-    EXPECT_GT(StreamerPlayLogic::pauseInstant(), 0);
+// Pause toggles: in the paused state it resumes, checking the active
+// resource's validity: a resource that was idle too long or has expired is
+// fetched again through the item's pre-play node and continues at the play
+// time of the pause.
+TEST(StreamerPlayLogicResume, ExpiredResourceIsRefetchedOnResume) {
+    const qint64 hour = 3600 * 1000;
+    struct Row {
+        const char* name;
+        std::function<void(ZuvoResource&)> validity;
+        bool prePlay;
+        bool refetch;
+    };
+    const Row rows[] = {
+        {"idle longer than allowed", [](ZuvoResource& r) { r.setMaxIdleTime(0); }, true, true},
+        {"valid-until passed",
+         [](ZuvoResource& r) { r.setValidUntil(QDateTime::currentMSecsSinceEpoch() - 1); }, true, true},
+        {"idle time not reached", [&](ZuvoResource& r) { r.setMaxIdleTime(hour); }, true, false},
+        {"valid-until ahead",
+         [&](ZuvoResource& r) { r.setValidUntil(QDateTime::currentMSecsSinceEpoch() + hour); }, true, false},
+        {"no validity", [](ZuvoResource&) {}, true, false},
+        {"expired, pre-play path cleared",
+         [](ZuvoResource& r) { r.setValidUntil(QDateTime::currentMSecsSinceEpoch() - 1); }, false, false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        SplWorld h;
+        const auto logic = std::make_unique<TestStreamerPlayLogic>(h.scope.nodes(), h.basePath);
+        // The pre-play node hands out the resource it is asked for.
+        h.prePlay.setAnswer(
+            [](const CMSetDataRequest& request) { request.reply().setValue(request.data()); });
+        ZuvoRoles track =
+            spltest::withActiveResource(spltest::item({QStringLiteral("http://p/1")}), row.validity);
+        if (row.prePlay)
+            track = spltest::withPrePlay(track, SplWorld::prePlayPath());
 
-    data.setState(ZuvoPlayLogicState::paused);
-    h.streamer.publish(data);
-    ASSERT_TRUE(waitUntil([&] { return published().state() == ZuvoPlayLogicState::paused; }));
-    EXPECT_FALSE(finished(h.client->pause()).hasError());
-    ASSERT_TRUE(waitUntil([&] { return h.streamer.resumeNode().count() == 1; }));
-    EXPECT_EQ(h.streamer.pauseNode().count(), 1);
-    EXPECT_EQ(h.streamer.playNode().count(), 1);
-}
+        h.client->playContainer(ZuvoRoles(), track, 0, 0);
+        ASSERT_TRUE(h.waitForCount(Command::play, 1));
+        ZuvoStreamerData data =
+            spltest::streamerData(1, ZuvoPlayLogicState::playing, h.sent(Command::play, 0).roles());
+        h.streamer.publishData(data);
+        ASSERT_TRUE(waitUntil([&] { return h.published().state() == ZuvoPlayLogicState::playing; }));
+        h.streamer.publishPlayTime(42000);
+        ASSERT_TRUE(waitUntil([&] { return h.client->playTime() == 42000; }));
+        const qint64 pausedBefore = StreamerPlayLogic::pauseInstant();
+        h.client->pause();
+        ASSERT_TRUE(h.waitForCount(Command::pause, 1));
+        EXPECT_GE(StreamerPlayLogic::pauseInstant(), pausedBefore);
+        data.setState(ZuvoPlayLogicState::paused);
+        h.streamer.publishData(data);
+        ASSERT_TRUE(waitUntil([&] { return h.published().state() == ZuvoPlayLogicState::paused; }));
+        const int prePlaysBefore = h.prePlay.count();
 
-TEST_F(ControlsOnTest, ExpiredResourceWithoutPrePlayPathResumes) {
-    ZuvoRoles track = spltest::item({QStringLiteral("http://b/1")});
-    ZuvoMediaData mediaData = track.mediaData();
-    ZuvoResource active = mediaData.activeResource();
-    active.setValidUntil(QDateTime::currentMSecsSinceEpoch() - 1);
-    mediaData.setActiveResource(active);
-    track.setMediaData(mediaData);
-    // Replace the running item (the base stops first, then plays).
-    h.client->playContainer(ZuvoRoles(), track, 0, 0);
-    ASSERT_TRUE(waitUntil([&] { return h.streamer.stopNode().count() == 1; }));
-    ZuvoStreamerData stopped = data;
-    stopped.setState(ZuvoPlayLogicState::stopped);
-    h.streamer.publish(stopped);
-    ASSERT_TRUE(waitUntil([&] { return h.streamer.playNode().count() == 2; }));
-    ZuvoStreamerData paused = spltest::streamerData(2, ZuvoPlayLogicState::paused, track);
-    h.streamer.publish(paused);
-    ASSERT_TRUE(waitUntil([&] { return published().state() == ZuvoPlayLogicState::paused; }));
-
-    LogCapture log;
-    EXPECT_FALSE(finished(h.client->pause()).hasError());
-    ASSERT_TRUE(waitUntil([&] { return h.streamer.resumeNode().count() == 1; }));
-    EXPECT_TRUE(
-        log.contains(log4cplus::ERROR_LOG_LEVEL,
-                     QStringLiteral("unpaused resource should be refetched from service, but preplaypath "
-                                    "was cleared!")));
-    EXPECT_EQ(h.streamer.playNode().count(), 2);
+        LogCapture log;
+        const CMReply<QVariant> resume = h.client->pause();
+        if (row.refetch) {
+            ASSERT_TRUE(h.waitForCount(Command::play, 2));
+            ASSERT_EQ(h.prePlay.count(), prePlaysBefore + 1);
+            EXPECT_EQ(ZuvoRoles(h.prePlay.valueAt(prePlaysBefore)).mediaData().metaData().prePlayTimeOffset(),
+                      42000);
+            EXPECT_EQ(h.sent(Command::play, 1).roles().mediaData().metaData().prePlayTimeOffset(), 42000);
+            EXPECT_TRUE(log.contains(log4cplus::INFO_LOG_LEVEL,
+                                     QStringLiteral("resource exceeded validity time, refetching resource "
+                                                    "from service")));
+        } else {
+            ASSERT_TRUE(h.waitForCount(Command::resume, 1));
+        }
+        EXPECT_TRUE(waitUntil([&] { return resume.isFinished(); }));
+        EXPECT_FALSE(resume.hasError());
+        zuvotest::drainEvents();
+        EXPECT_EQ(h.count(Command::pause), 1);
+        EXPECT_EQ(h.count(Command::resume), row.refetch ? 0 : 1);
+        EXPECT_EQ(h.count(Command::play), row.refetch ? 2 : 1);
+        EXPECT_EQ(log.contains(log4cplus::ERROR_LOG_LEVEL,
+                               QStringLiteral("unpaused resource should be refetched from service, but "
+                                              "preplaypath was cleared!")),
+                  !row.prePlay);
+    }
 }
 
 TEST_F(ControlsOnTest, PlayModesFollowThePublishedSupport) {
