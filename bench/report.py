@@ -1,0 +1,190 @@
+#!/usr/bin/env python3
+"""Summarises Google Benchmark JSON results of zuvo_bench and zuvo_bench_memory.
+
+report.py [--library-size BYTES] RESULT.json...
+
+Every figure is the median over the repetitions (or processes) found in the
+files, taken per counter from the individual runs; the aggregates Google
+Benchmark computes itself are not used. Prints Markdown tables with each
+target and whether the median meets it.
+"""
+
+import argparse
+import json
+import re
+import statistics
+import sys
+from collections import defaultdict
+
+
+def load_runs(paths):
+    """Counters of every individual run, keyed by benchmark name."""
+    runs = defaultdict(list)
+    for path in paths:
+        with open(path, encoding="utf-8") as handle:
+            document = json.load(handle)
+        for entry in document.get("benchmarks", []):
+            if entry.get("run_type", "iteration") != "iteration" or entry.get("error_occurred"):
+                continue
+            name = re.sub(r"(/iterations:\d+|/repeats:\d+|/manual_time)+$", "", entry["run_name"])
+            runs[name].append(entry)
+    return runs
+
+
+def median(runs, name, counter):
+    values = [run[counter] for run in runs.get(name, []) if counter in run]
+    return statistics.median(values) if values else None
+
+
+def label(runs, name):
+    labels = [run.get("label", "") for run in runs.get(name, [])]
+    return labels[0] if labels else ""
+
+
+def fmt(value, digits=2):
+    if value is None:
+        return "n/a"
+    if abs(value) >= 1000:
+        return f"{value:,.0f}"
+    return f"{value:.{digits}f}"
+
+
+def verdict(value, limit, at_most=True):
+    if value is None:
+        return "not measured"
+    met = value <= limit if at_most else value >= limit
+    return "met" if met else "**missed**"
+
+
+def table(header, rows):
+    lines = ["| " + " | ".join(header) + " |", "|" + "---|" * len(header)]
+    lines += ["| " + " | ".join(str(cell) for cell in row) + " |" for row in rows]
+    return "\n".join(lines)
+
+
+def repetitions(runs, name):
+    return len(runs.get(name, []))
+
+
+def control_section(runs):
+    rows = []
+    for control in ("ping", "pause"):
+        name = f"ControlRoundTrip/{control}"
+        ratio = median(runs, name, "ratio")
+        rows.append([control, fmt(median(runs, name, "hop_ns"), 0), fmt(median(runs, name, "roundtrip_ns"), 0),
+                     fmt(ratio), "<= 3x", verdict(ratio, 3.0), repetitions(runs, name)])
+    return "### Control round trip\n\n" + table(
+        ["control", "bare hop (ns)", "round trip (ns)", "ratio", "target", "", "runs"], rows)
+
+
+def hops_section(runs):
+    name = "PlayToStreamer/hops"
+    most = median(runs, name, "hops_max")
+    rows = [[fmt(median(runs, name, "hops_min"), 0), fmt(most, 0),
+             fmt(median(runs, name, "queued_calls_max"), 0), "<= 3", verdict(most, 3), label(runs, name)]]
+    return "### Play command to the streamer's play node\n\n" + table(
+        ["hops (min)", "hops (max)", "queued calls delivered", "target", "", "receivers per generation"], rows)
+
+
+FORMATS = ("M3U", "PLS", "URL", "INI", "ASX", "WPL")
+SIZES = ("5MiB", "rowLimit")
+
+
+def truncated(runs, name):
+    """A note when our parser made fewer rows than the document has entries."""
+    rows, entries = median(runs, name, "rows"), median(runs, name, "entries")
+    if rows is not None and entries is not None and rows < entries:
+        return " (rows cut at the limit)"
+    return ""
+
+
+def parse_section(runs):
+    rows = []
+    for fmt_name in FORMATS:
+        for size in SIZES:
+            name = f"Parse/{fmt_name}/{size}"
+            ratio = median(runs, name, "ratio")
+            rows.append([fmt_name, size, fmt(median(runs, name, "bytes"), 0), fmt(median(runs, name, "entries"), 0),
+                         fmt(median(runs, name, "rows"), 0), fmt(median(runs, name, "floor_ms")),
+                         fmt(median(runs, name, "parse_ms")), fmt(ratio), "<= 2x",
+                         verdict(ratio, 2.0) + truncated(runs, name), repetitions(runs, name)])
+    return "### Parse throughput against the bare read\n\n" + table(
+        ["format", "document", "bytes", "entries", "rows", "floor (ms)", "parse (ms)", "ratio", "target", "",
+         "runs"], rows)
+
+
+def peer_section(runs):
+    rows = []
+    for fmt_name in FORMATS:
+        for size in SIZES:
+            name = f"PeerParse/{fmt_name}/{size}"
+            if name not in runs:
+                continue
+            speedup = median(runs, name, "speedup")
+            entries, peer_entries = median(runs, name, "entries"), median(runs, name, "peer_entries")
+            note = truncated(runs, name)
+            if peer_entries is not None and entries is not None and peer_entries < entries:
+                note += " (peer made fewer entries)"
+            rows.append([fmt_name, size, fmt(entries, 0), fmt(peer_entries, 0), fmt(median(runs, name, "rows"), 0),
+                         fmt(median(runs, name, "peer_ms")), fmt(median(runs, name, "parse_ms")), fmt(speedup),
+                         ">= 100x", verdict(speedup, 100.0, at_most=False) + note,
+                         label(runs, name).replace("peer result: ", ""), repetitions(runs, name)])
+    if not rows:
+        return "### Peer parser\n\nNot measured (totem-pl-parser not found at build time)."
+    return "### Peer parser (totem-pl-parser) against ours\n\n" + table(
+        ["format", "document", "entries", "peer entries", "our rows", "peer (ms)", "ours (ms)", "speed-up",
+         "target", "", "peer result", "runs"], rows)
+
+
+def memory_section(runs):
+    rows = []
+    for name, what in (("Memory/M3U/5MiB", "5 MiB M3U, parser as shipped"),
+                       ("Memory/M3U/5MiB/allEntries", "5 MiB M3U, every entry as a row")):
+        peak = median(runs, name, "peak_above_MiB")
+        rows.append([what, fmt(median(runs, name, "rows"), 0), fmt(median(runs, name, "resident_before_MiB")),
+                     fmt(peak), fmt(median(runs, name, "held_above_MiB")), fmt(median(runs, name, "heap_held_MiB")),
+                     fmt(median(runs, name, "heap_bytes_per_row"), 0), "<= 64 MiB",
+                     verdict(peak, 64.0) + truncated(runs, name), repetitions(runs, name)])
+    text = "### Peak memory of parsing and holding the rows\n\n" + table(
+        ["document", "rows", "resident before (MiB)", "peak above (MiB)", "held above (MiB)", "heap held (MiB)",
+         "heap per row (B)", "target", "", "processes"], rows)
+    name = "Memory/IdleStreamerPlayLogic"
+    first = median(runs, name, "first_bytes")
+    average = median(runs, name, "average_bytes")
+    largest = None if first is None or average is None else max(first, average)
+    text += "\n\n### Idle StreamerPlayLogic\n\n" + table(
+        ["first (bytes)", "average of the next 99 (bytes)", "target", "", "processes"],
+        [[fmt(first, 0), fmt(average, 0), "<= 65,536", verdict(largest, 65536), repetitions(runs, name)]])
+    return text
+
+
+def trace_section(runs):
+    rows = []
+    for control in ("ping", "pause"):
+        name = f"DisabledTraceOverhead/{control}"
+        overhead = median(runs, name, "overhead_pct")
+        rows.append([control, fmt(median(runs, name, "trace_checks"), 0), fmt(median(runs, name, "disabled_line_ns")),
+                     fmt(median(runs, name, "roundtrip_ns"), 0), fmt(overhead), "<= 10 %", verdict(overhead, 10.0),
+                     repetitions(runs, name)])
+    return "### Disabled TRACE lines in the control round trip\n\n" + table(
+        ["control", "disabled trace checks", "one disabled scope logger (ns)", "round trip (ns)", "overhead (%)",
+         "target", "", "runs"], rows)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--library-size", type=int, help="stripped size of libzuvo_api_play.so in bytes")
+    parser.add_argument("results", nargs="+")
+    args = parser.parse_args()
+    runs = load_runs(args.results)
+    sections = [control_section(runs), hops_section(runs), parse_section(runs), peer_section(runs),
+                memory_section(runs), trace_section(runs)]
+    if args.library_size is not None:
+        sections.append(f"### Library size\n\nStripped libzuvo_api_play.so: {args.library_size:,} bytes "
+                        f"({args.library_size / 1024:.0f} KiB)")
+    print("\n\n".join(sections))
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

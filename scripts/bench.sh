@@ -1,0 +1,64 @@
+#!/usr/bin/env bash
+# bench.sh [REPETITIONS]: installs what the benchmarks need, builds them in
+# Release in build-bench/ and runs them; every figure of BENCHMARKS.md comes
+# from here. Results (Google Benchmark JSON and console output, stderr logs
+# and summary.md) land in build-bench/bench-results/. REPETITIONS (default
+# 10) is the number of repetitions of each timing benchmark and of processes
+# per memory figure.
+#
+# The machine should be otherwise idle; the figures are medians, and ratios
+# are measured side by side in one process, but a loaded machine still
+# widens them.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+cd "$root"
+repetitions=${1:-10}
+dir=build-bench
+out=$dir/bench-results
+
+bash scripts/deps.sh
+# Only the benchmarks need these: the peer playlist parser they compare
+# against, and strip for the library's size.
+extra=(libtotem-plparser-dev binutils)
+missing=()
+for p in "${extra[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "Installing: ${missing[*]}"
+  sudo_cmd=""
+  [ "$(id -u)" -ne 0 ] && sudo_cmd="sudo"
+  $sudo_cmd apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# As scripts/build.sh configures, but only the targets the figures need are
+# built (the benchmarks link the test helpers, so tests stay configured).
+launcher=()
+command -v ccache >/dev/null 2>&1 && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+cmake -S "$root" -B "$dir" "${launcher[@]}" -DCMAKE_BUILD_TYPE=Release -DZUVO_BUILD_BENCHMARKS=ON \
+  -DZUVO_BUILD_TESTS=ON -DZUVO_BUILD_TOOLS=OFF >/dev/null
+cmake --build "$dir" -j "$(nproc 2>/dev/null || echo 2)" --target zuvo_api_play zuvo_bench zuvo_bench_memory
+
+rm -rf "$out"
+mkdir -p "$out"
+
+echo "== timing benchmarks ($repetitions repetitions, interleaved)"
+"$dir/bench/zuvo_bench" --benchmark_repetitions="$repetitions" \
+  --benchmark_enable_random_interleaving=true \
+  --benchmark_out="$out/timing.json" --benchmark_out_format=json >"$out/timing.txt" 2>"$out/timing.stderr"
+
+echo "== memory benchmarks ($repetitions processes each)"
+for name in 'Memory/M3U/5MiB' 'Memory/M3U/5MiB/allEntries' 'Memory/IdleStreamerPlayLogic'; do
+  file=$(echo "$name" | tr '/' '-')
+  for i in $(seq 1 "$repetitions"); do
+    "$dir/bench/zuvo_bench_memory" --benchmark_filter="^${name}/iterations:" \
+      --benchmark_out="$out/$file-$i.json" --benchmark_out_format=json >/dev/null 2>>"$out/memory.stderr"
+  done
+done
+
+library=$(find "$dir/src/api/play" -name 'libzuvo_api_play.so.*.*.*' -type f | head -n 1)
+strip -o "$out/libzuvo_api_play.stripped.so" "$library"
+size=$(stat -c %s "$out/libzuvo_api_play.stripped.so")
+
+python3 bench/report.py --library-size "$size" "$out"/*.json | tee "$out/summary.md"
