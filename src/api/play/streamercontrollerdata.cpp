@@ -119,15 +119,19 @@ void StreamerController::reportStreamerDataChanged(const ZuvoStreamerData& data)
         m_playbackActive = false;
     LOG4CPLUS_DEBUG(logger, "Is error " << isError << " stopped " << stopped << " near end: " << nearEnd
                                         << " emited " << m_nextMediaRequested << " err " << data.error());
+    // Once per playback start: at the first near end of its track or, failing
+    // that, when it ends by itself; never after an error or for our own stop.
+    // Decided before the record is passed on: a play logic that ends the
+    // playback on this record disables us (which clears the flag), and must
+    // not then be asked again for the playback it has just ended.
+    const bool askForNextMedia = !isError && !m_nextMediaRequested && (nearEnd || stopped) && !m_stopPending;
+    if (askForNextMedia)
+        m_nextMediaRequested = true;
     const ZuvoStreamerData old = m_reportedData;
     m_reportedData = data;
     Q_EMIT streamerDataChanged(data, old);
-    // Once per playback start: at the first near end of its track or, failing
-    // that, when it ends by itself; never after an error or for our own stop.
-    if (!isError && !m_nextMediaRequested && (nearEnd || stopped) && !m_stopPending) {
-        m_nextMediaRequested = true;
+    if (askForNextMedia && m_enabled)
         Q_EMIT prepareNextMedia();
-    }
 }
 
 void StreamerController::on_streamerPlayTime_changed(qint64 value) {

@@ -805,6 +805,22 @@ TEST_F(StreamerControllerNearEnd, TheNextMediaIsAskedForOncePerPlayback) {
     EXPECT_EQ(prepareCount, 1);
 }
 
+TEST_F(StreamerControllerNearEnd, APlaybackEndedByItsReceiverIsNotAskedForAgain) {
+    // A play logic that ends its playback on the stopped record disables the
+    // controller while the record is passed on.
+    startPlaying();
+    publish(running(1, true, 1));
+    ASSERT_EQ(prepareCount, 1);
+    QObject::connect(controller.get(), &StreamerController::streamerDataChanged, controller.get(),
+                     [this](const ZuvoStreamerData& data) {
+                         if (data.state() == ZuvoPlayLogicState::stopped)
+                             controller->disable();
+                     });
+    publish(stoppedWithError(1, -13));
+    EXPECT_TRUE(reportedStopped());
+    EXPECT_EQ(prepareCount, 1);
+}
+
 TEST_F(StreamerControllerNearEnd, EachStartedPlaybackMayAskAgain) {
     startPlaying();
     publish(running(1, true, 1));
