@@ -29,7 +29,7 @@
 class SimulatedPlayback {
 public:
     static constexpr qint64 NearEndMs = 5000;
-    static constexpr int NearEndGraceTicks = 3;
+    static constexpr int NearEndGraceTicks = 5;
     static constexpr int BufferStep = 25;
 
     enum class Event {

@@ -68,8 +68,8 @@ TEST(SimulatedPlaybackTest, OneStepPerTick) {
         const char* steps;
     };
     const std::vector<Case> cases = {
-        {"track", media(8000), "B0 B0 B0 S0 N3000 -8000 -8000 E8000"},
-        {"shorter than the near-end time", media(1000), "B0 B0 B0 S0 N0 -1000 -1000 E1000"},
+        {"track", media(8000), "B0 B0 B0 S0 N3000 -8000 -8000 -8000 -8000 E8000"},
+        {"shorter than the near-end time", media(1000), "B0 B0 B0 S0 N0 -1000 -1000 -1000 -1000 E1000"},
         {"live", media(-1),
          "B0 B0 B0 S0 -1000000000 -2000000000 -3000000000 -4000000000 -5000000000 "
          "-6000000000 -7000000000 -8000000000"},
@@ -77,7 +77,7 @@ TEST(SimulatedPlaybackTest, OneStepPerTick) {
         {"crashing while opening", media(8000, -16, 0, true), "C0"},
         {"failing while playing", media(8000, -18, 2000), "B0 B0 B0 S0 F2000"},
         {"failing after the near end", media(8000, -18, 6000), "B0 B0 B0 S0 N3000 F6000"},
-        {"failing after the end", media(8000, -18, 9000), "B0 B0 B0 S0 N3000 -8000 -8000 E8000"},
+        {"failing after the end", media(8000, -18, 9000), "B0 B0 B0 S0 N3000 -8000 -8000 -8000 -8000 E8000"},
         {"crash and failure at once", media(8000, -18, 1500, true, 1500), "B0 B0 B0 S0 C1500"},
     };
     for (const Case& c : cases) {
@@ -91,7 +91,7 @@ TEST(SimulatedPlaybackTest, PositionFollowsTheTicksUntilTheNextPoint) {
     SimulatedPlayback playback(1, ZuvoRoles(), media(20000), false);
     playback.startBuffered();
     EXPECT_EQ(playback.state(), ZuvoPlayLogicState::playing);
-    EXPECT_EQ(run(playback, 4000), "-4000 -8000 -12000 N15000 -19000 -20000 E20000");
+    EXPECT_EQ(run(playback, 4000), "-4000 -8000 -12000 N15000 -19000 -20000 -20000 -20000 E20000");
 }
 
 TEST(SimulatedPlaybackTest, PauseHoldsThePositionAndSeekMovesIt) {

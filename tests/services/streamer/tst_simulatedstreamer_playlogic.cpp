@@ -8,10 +8,11 @@
 #include <memory>
 #include <vector>
 
+#include "playlistparsenode.h"
 #include "playlogicinterface.h"
 #include "simulatedstreamerworld.h"
 #include "streamerplaylogic.h"
-#include "support/logcapture.h"
+#include "support/httptestserver.h"
 
 using simtest::ValueLog;
 using zuvotest::waitUntil;
@@ -106,6 +107,7 @@ TEST(PlayLogicOnSimulatedStreamerTest, TrackPlaysToItsEndAndPlaybackEnds) {
     EXPECT_FALSE(s.world->commands.contains(QStringLiteral("stop")));
     EXPECT_EQ(s.world->records.last().error().code(), -13);
 
+    ASSERT_TRUE(waitUntil([&] { return published.values.last().state() == State::stopped; }));
     QList<State::Enum> states;
     for (const ZuvoPlayLogicData& data : published.values) {
         if (data.isSetState() && (states.isEmpty() || states.last() != data.state()))
@@ -192,4 +194,30 @@ TEST(PlayLogicOnSimulatedStreamerTest, PauseResumeSeekAndStopFromTheClient) {
     EXPECT_EQ(commands.mid(commands.indexOf(QStringLiteral("pause"))),
               (QStringList{QStringLiteral("pause"), QStringLiteral("resume"), QStringLiteral("seek"),
                            QStringLiteral("stop")}));
+}
+
+TEST(PlayLogicOnSimulatedStreamerTest, PlaylistUriIsParsedAndItsFirstEntryPlays) {
+    Player s(1000);
+    zuvotest::HttpTestServer server;
+    server.setResponse(QStringLiteral("/radio.pls"), 200,
+                       "[playlist]\nFile1=sim://demo/stream.mp3?zuvo-duration=live\nTitle1=Radio\n"
+                       "NumberOfEntries=1\nVersion=2\n",
+                       {{"Content-Type", "audio/x-scpls"}});
+    auto* parseNode = new PlayListParseNode(ZuvoPlayerContentPlayLogicPlaylistPath()); // the registry owns it
+    parseNode->setNodes(s.world->root.nodes());
+
+    s.play(simtest::track(server.url(QStringLiteral("/radio.pls"))));
+    ASSERT_TRUE(waitUntil(
+        [&] { return s.published().streamId() == 2 && s.published().state() == State::playing; }, 10000));
+    EXPECT_EQ(server.requestCount(QStringLiteral("/radio.pls")), 1);
+    EXPECT_EQ(s.published().trackRoles().mediaData().activeResource().uri(),
+              QStringLiteral("sim://demo/stream.mp3?zuvo-duration=live"));
+    EXPECT_TRUE(s.published().error().isEmpty());
+    // The streamer refused the playlist as no stream it can play, then played the entry.
+    const auto refused = std::find_if(s.world->records.begin(), s.world->records.end(),
+                                      [](const ZuvoStreamerData& d) { return d.state() == State::stopped; });
+    ASSERT_NE(refused, s.world->records.end());
+    EXPECT_EQ(refused->playbackId(), 1);
+    EXPECT_EQ(refused->error().code(), -15);
+    EXPECT_EQ(s.streamer().data().status().duration(), -1);
 }
