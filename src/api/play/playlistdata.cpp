@@ -1,6 +1,5 @@
 #include "playlistdata.h"
 
-#include <QMutexLocker>
 #include <atomic>
 #include <log4cplus/logger.h>
 #include <log4cplus/loggingmacros.h>
@@ -14,13 +13,22 @@ static log4cplus::Logger logger = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT(
 
 namespace {
 std::atomic<int> testFetchTimeoutMs{0};
+
+// Whether text begins with "<word characters>://", the word characters being
+// those of a regular expression's \w (letters, digits, marks and '_').
+bool startsWithScheme(const QString& text) {
+    int i = 0;
+    while (i < text.size() &&
+           (text.at(i).isLetterOrNumber() || text.at(i).isMark() || text.at(i) == QLatin1Char('_')))
+        ++i;
+    return i > 0 && text.midRef(i, 3) == QLatin1String("://");
+}
 } // namespace
 
 PlayListData::PlayListData(const QString& url, const CMSetDataRequest& request)
     : m_request(request)
     , m_url(url)
     , m_baseUrl(url.left(url.lastIndexOf(QLatin1Char('/')) + 1))
-    , m_schemeRegExp(QStringLiteral("^\\w+://"), Qt::CaseSensitive, QRegExp::RegExp)
     , m_httpClient(new HttpClient(this, HttpClient::HttpVersion(0), true)) {}
 
 PlayListData::~PlayListData() {
@@ -81,10 +89,5 @@ bool PlayListData::cancelFetch() {
 QString PlayListData::pathToURI(const QString& path) const {
     if (path.isEmpty())
         return QString();
-    {
-        QMutexLocker locker(&m_mutex);
-        if (m_schemeRegExp.indexIn(path, 0) != -1)
-            return path;
-    }
-    return m_baseUrl + path;
+    return startsWithScheme(path) ? path : m_baseUrl + path;
 }

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <QByteArray>
-#include <QMutex>
 #include <QObject>
-#include <QRegExp>
 #include <QString>
 
 #include "httpclient.h"
@@ -87,9 +85,7 @@ private:
     QString m_baseUrl;
     QByteArray m_data;
     QString m_contentType;
-    mutable QRegExp m_schemeRegExp; // holds match state: used under m_mutex only
     HttpClient::RequestId m_fetcherId = nullptr;
     bool m_allowLocalFiles = false;
     HttpClient* m_httpClient; // child of this
-    mutable QMutex m_mutex;
 };

@@ -93,10 +93,14 @@ PlayListParser::Result PlayListParserPLS::parse(const PlayListData& data) {
         }
         map.insert(key, expression.cap(2).replace(QLatin1Char('\\'), QLatin1Char('/')));
     };
+    // Both expressions are anchored at the line's start: the literal prefix
+    // test spares the expression on the lines that cannot match.
+    static const QLatin1String filePrefix("File");
+    static const QLatin1String titlePrefix("Title");
     while (!(line = lines.next()).isNull()) {
-        if (m_fileRegExp.indexIn(line) != -1)
+        if (line.startsWith(filePrefix) && m_fileRegExp.indexIn(line) != -1)
             store(files, m_fileRegExp);
-        if (m_titleRegExp.indexIn(line) != -1)
+        if (line.startsWith(titlePrefix) && m_titleRegExp.indexIn(line) != -1)
             store(titles, m_titleRegExp);
     }
     if (limited)
