@@ -38,7 +38,7 @@ inline QVariant playArgs(const QString& uri, bool startPaused = false, const QSt
 }
 
 // "ok" for a success without value, "id:N" for a playback id, else the
-// error's name; "unanswered" while the reply is open.
+// error's name.
 inline QString answerOf(const CMReply<QVariant>& reply) {
     if (!reply.isFinished())
         return QStringLiteral("unanswered");
@@ -99,7 +99,6 @@ struct World {
 inline qint64 toI64(const ZuvoValue& value) {
     return value.i64_();
 }
-
 inline double toDouble(const ZuvoValue& value) {
     return value.double_();
 }
