@@ -137,9 +137,10 @@ bool SimulatedStreamer::refuseWhenIdle(const CMSetDataRequest& request) {
     return true;
 }
 
-bool SimulatedStreamer::readMedia(const CMSetDataRequest& request, ZuvoRoles& roles, SimulatedMedia& media) {
-    roles = ZuvoStreamerPlayArgs(zuvo_detail::toHash(request.data())).roles();
-    media = SimulatedMedia::fromRoles(roles, m_defaultDurationMs);
+bool SimulatedStreamer::readMedia(const CMSetDataRequest& request, ZuvoStreamerPlayArgs& args,
+                                  SimulatedMedia& media) {
+    args = ZuvoStreamerPlayArgs(zuvo_detail::toHash(request.data()));
+    media = SimulatedMedia::fromRoles(args.roles(), m_defaultDurationMs);
     if (!media.uri.isEmpty())
         return true;
     refuse(request, ErrorInvalidArgument(),
@@ -148,11 +149,10 @@ bool SimulatedStreamer::readMedia(const CMSetDataRequest& request, ZuvoRoles& ro
 }
 
 void SimulatedStreamer::handlePlay(const CMSetDataRequest& request) {
-    ZuvoRoles roles;
+    ZuvoStreamerPlayArgs args;
     SimulatedMedia media;
-    if (!readMedia(request, roles, media))
+    if (!readMedia(request, args, media))
         return;
-    const ZuvoStreamerPlayArgs args(zuvo_detail::toHash(request.data()));
     const bool startPaused =
         zuvo_detail::toHash(args.attributes()).value(ZuvoStreamerAttributesStartPaused()).toBool();
     const int playbackId = m_nextPlaybackId++;
@@ -160,21 +160,21 @@ void SimulatedStreamer::handlePlay(const CMSetDataRequest& request) {
                                         << media.durationMs << " ms, start paused " << startPaused << ")");
     request.reply().setValue(playbackId);
     m_next.reset();
-    startPlayback(std::make_unique<SimulatedPlayback>(playbackId, roles, media, startPaused));
+    startPlayback(std::make_unique<SimulatedPlayback>(playbackId, args.roles(), media, startPaused));
 }
 
 void SimulatedStreamer::handleSetNextMedia(const CMSetDataRequest& request) {
     if (refuseWhenIdle(request))
         return;
-    ZuvoRoles roles;
+    ZuvoStreamerPlayArgs args;
     SimulatedMedia media;
-    if (!readMedia(request, roles, media))
+    if (!readMedia(request, args, media))
         return;
     const int playbackId = m_nextPlaybackId++;
     LOG4CPLUS_DEBUG(logger, "Playback " << playbackId << " queued after " << m_current->playbackId() << ": "
                                         << media.uri);
     request.reply().setValue(playbackId);
-    m_next = Queued{playbackId, roles, media};
+    m_next = Queued{playbackId, args.roles(), media};
     publishData(runningRecord());
 }
 
@@ -267,13 +267,14 @@ void SimulatedStreamer::handleSetAttributes(const CMSetDataRequest& request) {
 
 void SimulatedStreamer::startPlayback(std::unique_ptr<SimulatedPlayback> playback) {
     m_current = std::move(playback);
-    publishData(runningRecord());
-    publishPlayTime(m_current->positionMs());
-    publishBuffer(m_current->bufferLevel());
     if (!m_tickTimer.isActive()) {
         m_clock.start();
         m_tickTimer.start();
     }
+    publishPlayTime(m_current->positionMs());
+    publishBuffer(m_current->bufferLevel());
+    // Last: a receiver of dataPublished may call back into this object.
+    publishData(runningRecord());
 }
 
 void SimulatedStreamer::startQueued() {

@@ -34,7 +34,8 @@ class SimulatedPlayback;
 // announced with commandReceived() and answered (reply completed) before the
 // handler returns, then what it changed is published. Refusals complete the
 // reply with a CMError named ErrorNotPlaying(), ErrorInvalidArgument(),
-// ErrorNotSeekable() or ErrorUnknownPlayback() and change nothing.
+// ErrorNotSeekable() or ErrorUnknownPlayback() (a request for a path below a
+// command node: "NotSupported"), log a warning and change nothing.
 //   play(args)          answers the new playback id (1, 2, 3, ... for the
 //                       life of the object, never reused, not even after a
 //                       crash), then publishes the loading record of the new
@@ -77,7 +78,8 @@ class SimulatedPlayback;
 // Time. While a playback exists a timer ticks; each tick hands the simulated
 // time since the last one (real time times speed()) to the playback's
 // timeline (SimulatedPlayback: buffering in four steps, position, near end
-// 5000 simulated ms before the end, failure, crash; one change per tick) and
+// 5000 simulated ms before the end and the end no sooner than five ticks
+// after it, failure, crash; one change per tick) and
 // publishes the play time and every change of the record. The timer fires
 // every 100 simulated ms, but no more often than every 10 real ms and no
 // less often than every 100 real ms; it stops while nothing plays.
@@ -121,8 +123,8 @@ public:
     static QString ErrorUnknownPlayback() { return QStringLiteral("UnknownPlayback"); }
 
     // Creates the command nodes (activation nodes) and value nodes of every
-    // streamer path below prefix in nodes (the registry, e.g. CMRoot()),
-    // owned by this object.
+    // streamer path below prefix in nodes (the registry, e.g.
+    // CMNodes::current()), owned by this object.
     explicit SimulatedStreamer(CMNodes* nodes, const CMPath& prefix = ZuvoStreamerDefaultPrefixPath(),
                                QObject* parent = nullptr);
     ~SimulatedStreamer() override;
@@ -159,7 +161,8 @@ Q_SIGNALS:
     // invocation's value as sent (a record hash or invalid).
     void commandReceived(const QString& command, const QVariant& argument);
     // After each publication of the data record (a record equal to the one
-    // published last is not published again).
+    // published last is not published again). A receiver may call back into
+    // this object (crash(), setSpeed(), ...).
     void dataPublished(const ZuvoStreamerData& data);
 
 private:
@@ -193,10 +196,10 @@ private:
     void refuse(const CMSetDataRequest& request, const QString& name, const QString& message);
     // Refuses with ErrorNotPlaying() when nothing runs; returns whether it did.
     bool refuseWhenIdle(const CMSetDataRequest& request);
-    // Reads the roles and media of a play/setNextMedia payload; refuses the
-    // request with ErrorInvalidArgument() and returns false when it names
-    // nothing to play.
-    bool readMedia(const CMSetDataRequest& request, ZuvoRoles& roles, SimulatedMedia& media);
+    // Reads the arguments and media of a play/setNextMedia payload; refuses
+    // the request with ErrorInvalidArgument() and returns false when it
+    // names nothing to play.
+    bool readMedia(const CMSetDataRequest& request, ZuvoStreamerPlayArgs& args, SimulatedMedia& media);
     void setPaused(const CMSetDataRequest& request, bool paused);
 
     void startPlayback(std::unique_ptr<SimulatedPlayback> playback);
