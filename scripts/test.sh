@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The whole test suite: installs what is missing, then builds and runs every
-# test twice, once plainly and once under AddressSanitizer + UBSan.
+# test twice, once plainly and once under AddressSanitizer + UBSan, then runs
+# every fuzz target for 30 seconds.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
@@ -22,3 +23,6 @@ export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 export LSAN_OPTIONS=suppressions=$root/tests/lsan.supp
 (cd build-asan && ctest --output-on-failure -j 2 -E 'install_package')
+
+echo "== fuzz targets, 30 s each (build-fuzz/)"
+bash scripts/fuzz.sh 30
