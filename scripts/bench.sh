@@ -16,21 +16,9 @@ repetitions=${1:-10}
 dir=build-bench
 out=$dir/bench-results
 
-bash scripts/deps.sh
-# Only the benchmarks need these: the peer playlist parser they compare
-# against, and strip for the library's size.
-extra=(libtotem-plparser-dev binutils)
-missing=()
-for p in "${extra[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing: ${missing[*]}"
-  sudo_cmd=""
-  [ "$(id -u)" -ne 0 ] && sudo_cmd="sudo"
-  $sudo_cmd apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+# Beyond the project's packages: the peer playlist parser the benchmarks
+# compare against, and strip for the library's size.
+bash scripts/deps.sh libtotem-plparser-dev binutils
 
 # As scripts/build.sh configures, but only the targets the figures need are
 # built (the benchmarks link the test helpers, so tests stay configured).

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the project needs, only when one is missing.
+# deps.sh [PACKAGE...]: installs the Debian packages the project needs, and
+# the extra ones named, only when one is missing.
 set -euo pipefail
 
 packages=(
@@ -7,6 +8,7 @@ packages=(
   qtbase5-dev liblog4cplus-dev zlib1g-dev
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   clang-format python3
+  "$@"
 )
 missing=()
 for p in "${packages[@]}"; do
