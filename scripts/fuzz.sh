@@ -16,7 +16,8 @@ build=${FUZZ_BUILD_DIR:-$root/build-fuzz}
 cd "$root"
 
 bash scripts/deps.sh
-needed=(clang libfuzzer-14-dev)
+# The sanitizer and libFuzzer runtimes come with libclang-rt-14-dev.
+needed=(clang libfuzzer-14-dev libclang-rt-14-dev)
 missing=()
 for p in "${needed[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -22,7 +22,7 @@ using zuvotest::waitUntil;
 
 namespace {
 
-constexpr int WaitMs = 20000;
+constexpr int WaitMs = 60000; // a hang guard: slow runs (valgrind) need the time
 constexpr qint64 Limit = PlayListData::FetchReadSizeLimit;
 const CMPath NodePath("/hardening/playlistParser");
 
