@@ -17,6 +17,9 @@ echo "== build and test (build/)"
 bash scripts/build.sh build -DCMAKE_BUILD_TYPE=RelWithDebInfo
 (cd build && ctest --output-on-failure -j 2)
 
+echo "== the README's main command (scripts/demo.sh, on the build above)"
+bash scripts/demo.sh
+
 echo "== build and test under ASan + UBSan (build-asan/)"
 bash scripts/build.sh build-asan -DCMAKE_BUILD_TYPE=Debug -DZUVO_SANITIZE=ON -DZUVO_BUILD_TOOLS=ON
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1
