@@ -15,20 +15,9 @@ seconds=${1:-30}
 build=${FUZZ_BUILD_DIR:-$root/build-fuzz}
 cd "$root"
 
-bash scripts/deps.sh
-# The sanitizer and libFuzzer runtimes come with libclang-rt-14-dev.
-needed=(clang libfuzzer-14-dev libclang-rt-14-dev)
-missing=()
-for p in "${needed[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing: ${missing[*]}"
-  sudo_cmd=""
-  [ "$(id -u)" -ne 0 ] && sudo_cmd="sudo"
-  $sudo_cmd apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+# clang with libFuzzer; the sanitizer and libFuzzer runtimes come with
+# libclang-rt-14-dev, which clang only recommends.
+bash scripts/deps.sh clang libfuzzer-14-dev libclang-rt-14-dev
 
 echo "== build fuzz targets ($build)"
 start=$(date +%s)
