@@ -87,7 +87,6 @@ TEST(PlayListData, KeepsBodyAndContentTypeOfAnyAnswer) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.url.toStdString());
-        LogCapture capture;
         PlayListData data(c.url, CMSetDataRequest());
         int done = 0;
         QObject::connect(&data, &PlayListData::fetchDone, [&done] { ++done; });
@@ -99,20 +98,12 @@ TEST(PlayListData, KeepsBodyAndContentTypeOfAnyAnswer) {
         EXPECT_FALSE(data.isFetching());
         EXPECT_EQ(data.data(), c.body);
         EXPECT_EQ(data.contentType(), c.contentType);
-        EXPECT_TRUE(
-            capture.contains(log4cplus::TRACE_LOG_LEVEL, QStringLiteral("asynch fetch from url = ") + c.url));
-        EXPECT_TRUE(capture.contains(log4cplus::TRACE_LOG_LEVEL,
-                                     QStringLiteral("data transfered: %1 bytes").arg(c.body.size())));
-        EXPECT_TRUE(
-            capture.contains(log4cplus::TRACE_LOG_LEVEL, QStringLiteral("url: %1 status: ").arg(c.url)))
-            << capture.toString().toStdString();
     }
 }
 
 TEST(PlayListData, CancelledFetchNeverCompletes) {
     HttpTestServer server;
     server.setNeverAnswer(QStringLiteral("/slow"));
-    LogCapture capture;
     PlayListData data(server.url(QStringLiteral("/slow")), CMSetDataRequest());
     int done = 0;
     QObject::connect(&data, &PlayListData::fetchDone, [&done] { ++done; });
@@ -120,7 +111,6 @@ TEST(PlayListData, CancelledFetchNeverCompletes) {
     ASSERT_TRUE(waitUntil([&] { return server.requestCount(QStringLiteral("/slow")) == 1; }, WaitMs));
 
     EXPECT_TRUE(data.cancelFetch());
-    EXPECT_TRUE(capture.contains(log4cplus::TRACE_LOG_LEVEL, QStringLiteral("asynch fetch canceled")));
     EXPECT_FALSE(data.isFetching());
     EXPECT_FALSE(data.cancelFetch());
     ASSERT_TRUE(waitUntil([&] { return server.openConnections() == 0; }, WaitMs));
@@ -139,9 +129,7 @@ TEST(PlayListData, BodyIsCutAtTheReadLimit) {
     QObject::connect(&data, &PlayListData::fetchDone, [&done] { ++done; });
     ASSERT_TRUE(data.fetch());
     ASSERT_TRUE(waitUntil([&] { return done > 0; }, WaitMs));
-    EXPECT_EQ(data.data().size(), PlayListData::FetchReadSizeLimit);
-    EXPECT_EQ(PlayListData::FetchReadSizeLimit, 5242880);
-    EXPECT_EQ(PlayListData::FetchTimeoutMs, 30000);
+    EXPECT_EQ(data.data().size(), 5 * 1024 * 1024);
 }
 
 TEST(PlayListData, SilentServerEndsAtTheTimeout) {
