@@ -1,12 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <QDataStream>
-#include <QDebug>
 #include <QMetaType>
 #include <QSet>
-#include <climits>
 #include <functional>
-#include <sstream>
 
 #include "zuvo.h"
 
@@ -290,88 +287,6 @@ TEST(RecordKeys, CommandArgumentsReadThroughTheCommonView) {
     ZuvoPlayLogicPingArgs ping;
     ping.setPingSequenceNumber(17);
     EXPECT_EQ(ZuvoPlayLogicData(ping.__hash()).pingSequenceNumber(), 17);
-}
-
-TEST(RecordValue, NotificationRecordsTravelNestedInAValue) {
-    ZuvoNotificationPlayerItem item;
-    item.setId(QStringLiteral("chime-1"));
-    ZuvoValue value;
-    value.setNotificationPlayerItem(item);
-    EXPECT_FALSE(value.__contains(ZuvoNotificationPlayerItem::Id())); // nested, not merged
-
-    // A response as the notification service sends it: the request's data.
-    const QVariant request = QVariantMap{
-        {ZuvoValue::NotificationPlayerResponse(),
-         QVariantMap{{ZuvoNotificationPlayerResponse::Id(), QStringLiteral("chime-1")},
-                     {ZuvoNotificationPlayerResponse::Type(), ZuvoNotificationPlayerResponseType::error},
-                     {ZuvoNotificationPlayerResponse::ErrorReason(), QStringLiteral("no such file")}}}};
-    const ZuvoNotificationPlayerResponse response = ZuvoValue(request.toHash()).notificationPlayerResponse();
-    EXPECT_EQ(response.id(), QStringLiteral("chime-1"));
-    EXPECT_EQ(response.type(), ZuvoNotificationPlayerResponseType::error);
-    EXPECT_EQ(response.errorReason(), QStringLiteral("no such file"));
-}
-
-TEST(RecordLogLine, NestedRecordPrintsSortedWithPathsAsText) {
-    ZuvoMetaData metaData;
-    metaData.setServiceID(QStringLiteral("radio"));
-    metaData.setPrePlayPath(CMPath("/radio/pre"));
-    ZuvoMediaData mediaData;
-    mediaData.setMetaData(metaData);
-    ZuvoRoles roles;
-    roles.setTitle(QStringLiteral("Morning show"));
-    roles.setType(ZuvoRolesType::audio);
-    roles.setMediaData(mediaData);
-    std::ostringstream stream;
-    stream << roles;
-    QString debugLine;
-    QDebug(&debugLine) << roles;
-    EXPECT_EQ(debugLine.trimmed().toStdString(), stream.str());
-    EXPECT_EQ(stream.str(), "{\"mediaData\": {\"metaData\": {\"prePlayPath\": \"/radio/pre\", \"serviceID\": "
-                            "\"radio\"}}, \"title\": \"Morning show\", \"type\": 3}");
-}
-
-struct EnumCase {
-    const char* type;
-    QList<QPair<int, QString>> values; // from the enumeration's own value list
-    std::function<QString(int)> byInt;
-    std::function<QString(int)> byEnum;
-};
-#define TEST_ENUM_VALUE(name, value) {value, QStringLiteral(#name)},
-#define TEST_ENUM(Type, VALUES)                                                                              \
-    EnumCase {                                                                                               \
-#Type, {VALUES(TEST_ENUM_VALUE)}, [](int v) { return Type::toString(v); },                           \
-            [](int v) { return Type::toString(static_cast<Type::Enum>(v)); }       \
-    }
-
-TEST(Enumerations, ToStringGivesTheNameAndEmptyOutOfRange) {
-    const QList<EnumCase> cases = {
-        TEST_ENUM(ZuvoPlayLogicState, ZUVO_PLAY_LOGIC_STATE_VALUES),
-        TEST_ENUM(ZuvoPlayLogicControl, ZUVO_PLAY_LOGIC_CONTROL_VALUES),
-        TEST_ENUM(ZuvoPlayLogicStopReason, ZUVO_PLAY_LOGIC_STOP_REASON_VALUES),
-        TEST_ENUM(ZuvoPlayLogicPlayArgsType, ZUVO_PLAY_LOGIC_PLAY_ARGS_TYPE_VALUES),
-        TEST_ENUM(ZuvoPlayerPlayMode, ZUVO_PLAYER_PLAY_MODE_VALUES),
-        TEST_ENUM(ZuvoRolesType, ZUVO_ROLES_TYPE_VALUES),
-        TEST_ENUM(ZuvoAudioType, ZUVO_AUDIO_TYPE_VALUES),
-        TEST_ENUM(ZuvoNotificationPlayerItemType, ZUVO_NOTIFICATION_PLAYER_ITEM_TYPE_VALUES),
-        TEST_ENUM(ZuvoNotificationItemPriority, ZUVO_NOTIFICATION_ITEM_PRIORITY_VALUES),
-        TEST_ENUM(ZuvoNotificationPlayerResponseType, ZUVO_NOTIFICATION_PLAYER_RESPONSE_TYPE_VALUES),
-    };
-    for (const EnumCase& c : cases) {
-        SCOPED_TRACE(c.type);
-        QSet<QString> names;
-        int highest = INT_MIN;
-        for (const auto& value : c.values) {
-            EXPECT_EQ(c.byInt(value.first), value.second);
-            EXPECT_EQ(c.byEnum(value.first), value.second);
-            names.insert(value.second);
-            highest = qMax(highest, value.first);
-        }
-        EXPECT_EQ(names.size(), c.values.size());
-        for (int outside : {-1, highest + 1, INT_MIN, INT_MAX}) {
-            EXPECT_TRUE(c.byInt(outside).isEmpty()) << outside;
-            EXPECT_TRUE(c.byEnum(outside).isEmpty()) << outside;
-        }
-    }
 }
 
 // Each fixed path must survive encoding unchanged (else the node it names is
