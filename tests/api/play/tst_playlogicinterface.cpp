@@ -127,7 +127,6 @@ TEST(PlayLogicInterface, ReadsPublishedValues) {
     EXPECT_EQ(pl->bufferLevel(), 57.0);
     EXPECT_EQ(pl->playMode(), ZuvoPlayerPlayMode::shuffle);
     EXPECT_EQ(pl->playByte(), 0) << "no node: default";
-    EXPECT_EQ(pl->playTimePath(), CMPath("/zone2/data") + ZuvoPlayLogicPlayTimePath());
 }
 
 TEST(PlayLogicInterface, OneInstancePerPathWhateverTheParametersAndThreads) {
