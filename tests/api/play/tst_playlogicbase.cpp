@@ -87,7 +87,6 @@ TEST(PlayLogicBase, FreshNodePublishesInitialValuesReadOnlyToClients) {
     EXPECT_EQ(f.client->playMode(), ZuvoPlayerPlayMode::normal);
     EXPECT_TRUE(CMRoot()->getValue(f.client->dataPath()).isValid());
     EXPECT_TRUE(f.client->data().isEmpty());
-    EXPECT_EQ(f.logic->playModesSupported(), ZuvoPlayLogicPlayModesSupported());
 
     for (const CMPath& path : {f.client->dataPath(), f.client->playTimePath(), f.client->playBytePath(),
                                f.client->bufferingLevelPath(), f.client->playModePath()}) {
@@ -132,8 +131,6 @@ TEST(PlayLogicBase, SettersWriteTheNodeThenSignalOnEveryCall) {
     }
     const QStringList once = {"time 1500 1500", "byte 4096 4096", "level 0.5 0.5", "mode 4 4", "data 3 3"};
     EXPECT_EQ(seen, once + once);
-    EXPECT_EQ(f.logic->playTime(), 1500);
-    EXPECT_EQ(f.logic->playMode(), ZuvoPlayerPlayMode::repeatAll);
 }
 
 TEST(PlayLogicBase, StoppedStateDispatchesOnlyPlayModePingAndKeepActiveCommands) {
@@ -141,7 +138,6 @@ TEST(PlayLogicBase, StoppedStateDispatchesOnlyPlayModePingAndKeepActiveCommands)
         for (int control = Control::play; control <= Control::ping + 1; ++control) {
             Fixture f;
             f.logic->publishState(ZuvoPlayLogicState::stopped, keepActive);
-            LogCapture log;
             const CMReply<QVariant> reply = f.client->control(argsFor(control), CMReply<QVariant>());
             const bool dispatched = control == Control::play || control == Control::changePlayMode ||
                                     control == Control::ping ||
@@ -155,10 +151,6 @@ TEST(PlayLogicBase, StoppedStateDispatchesOnlyPlayModePingAndKeepActiveCommands)
                 EXPECT_FALSE(reply.value().isValid());
                 EXPECT_TRUE(f.logic->calls().isEmpty());
             }
-            const QString ignored = QStringLiteral("Ignoring in stopped state control command: ");
-            EXPECT_EQ(log.contains(log4cplus::DEBUG_LOG_LEVEL, ignored), !dispatched)
-                << log.toString().toStdString();
-            EXPECT_TRUE(log.contains(log4cplus::DEBUG_LOG_LEVEL, QStringLiteral("State: stopped data ")));
         }
     }
 }
@@ -167,35 +159,9 @@ TEST(PlayLogicBase, NonStoppedStateDispatchesEveryControlButPlay) {
     for (int control : {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, -1}) {
         Fixture f;
         f.logic->publishState(ZuvoPlayLogicState::playing);
-        LogCapture log;
         SCOPED_TRACE(testing::Message() << "control " << control);
         expectDispatched(f, control, f.client->control(argsFor(control), CMReply<QVariant>()));
-        const bool unknown = control < 0 || control > Control::ping;
-        EXPECT_EQ(log.contains(log4cplus::WARN_LOG_LEVEL,
-                               QStringLiteral("Unrecognized control command: %1").arg(control)),
-                  unknown);
     }
-}
-
-namespace {
-// A subclass of the test play logic that replaces one of the base's defaults.
-class SeekingPlayLogic : public TestPlayLogic {
-public:
-    using TestPlayLogic::TestPlayLogic;
-    void seekTime(const CMSetDataRequest& request) override {
-        request.reply().setValue(ZuvoPlayLogicSeekArgs(zuvo_detail::toHash(request.data())).time());
-    }
-};
-} // namespace
-
-TEST(PlayLogicBase, DispatchReachesTheSubclassOverride) {
-    CMRootScope root;
-    SeekingPlayLogic logic(root.nodes(), kPath);
-    logic.publishState(ZuvoPlayLogicState::playing);
-    const CMReply<QVariant> reply = PlayLogicInterface::instance(kPath)->seekTime(65000);
-    ASSERT_TRUE(finishes(reply));
-    EXPECT_TRUE(reply.error().isEmpty());
-    EXPECT_EQ(reply.value().toLongLong(), 65000);
 }
 
 TEST(PlayLogicBase, PlaysWhilePlayingSendOneStopAndOnlyTheLastRunsOnceStopped) {
@@ -203,7 +169,6 @@ TEST(PlayLogicBase, PlaysWhilePlayingSendOneStopAndOnlyTheLastRunsOnceStopped) {
     const CMReply<QVariant> first = f.client->play(titled("first"));
     ASSERT_TRUE(finishes(first));
     f.logic->setStopPublishesStopped(false);
-    LogCapture log;
 
     const CMReply<QVariant> a = f.client->play(titled("a"));
     const CMReply<QVariant> b = f.client->play(titled("b"));
@@ -217,8 +182,6 @@ TEST(PlayLogicBase, PlaysWhilePlayingSendOneStopAndOnlyTheLastRunsOnceStopped) {
     EXPECT_EQ(ZuvoPlayLogicStopArgs(f.logic->callsOf(Control::stop)[0].arguments()).reason(),
               ZuvoPlayLogicStopReason::newPlayRequest);
     EXPECT_EQ(f.count(Control::play), 1);
-    EXPECT_EQ(log.count(QStringLiteral("Play in non-stopped state. Delay play request.")), 3);
-    EXPECT_EQ(log.count(QStringLiteral("Play request already waiting -> replacing")), 2);
 
     // Publishing a non-stopped state keeps the play waiting.
     f.logic->publishState(ZuvoPlayLogicState::paused);
@@ -228,7 +191,6 @@ TEST(PlayLogicBase, PlaysWhilePlayingSendOneStopAndOnlyTheLastRunsOnceStopped) {
     // The waiting play goes through the tree again, so it runs later.
     f.logic->publishState(ZuvoPlayLogicState::stopped);
     EXPECT_EQ(f.count(Control::play), 1);
-    EXPECT_TRUE(log.contains(log4cplus::DEBUG_LOG_LEVEL, QStringLiteral("Invoking delayed play request")));
     ASSERT_TRUE(finishes(c));
     EXPECT_TRUE(c.error().isEmpty());
     ASSERT_EQ(f.count(Control::play), 2);
@@ -296,8 +258,6 @@ TEST(PlayLogicBase, WatchdogRunsWhileNotStoppedAndOnlyAcceptedPingsRestartIt) {
     Fixture f;
     QTimer* timer = f.logic->pingTimer();
     ASSERT_NE(timer, nullptr);
-    EXPECT_EQ(timer->interval(), ZuvoPlayLogicPingTimeout());
-    EXPECT_TRUE(timer->isSingleShot());
     EXPECT_FALSE(timer->isActive());
     ASSERT_TRUE(finishes(f.client->ping(0)));
     EXPECT_FALSE(timer->isActive()); // a ping alone does not arm it while stopped
