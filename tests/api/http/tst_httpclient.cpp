@@ -80,7 +80,6 @@ TEST_F(HttpClientTest, AnswersDeliverCodeBodyAndHeaders) {
         {"/created", 201, "made", HttpClientStatus::ok},
         {"/empty", 204, "", HttpClientStatus::ok},
         {"/missing", 404, "no such playlist", HttpClientStatus::httpError},
-        {"/broken", 500, "server trouble", HttpClientStatus::httpError},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.path);
@@ -96,9 +95,6 @@ TEST_F(HttpClientTest, AnswersDeliverCodeBodyAndHeaders) {
         EXPECT_EQ(result.headers().value(QStringLiteral("content-type")), QStringLiteral("audio/x-mpegurl"));
         EXPECT_EQ(result.headers().value(QStringLiteral("X-CUSTOM")), QStringLiteral("Value 1"));
         EXPECT_TRUE(result.headers().contains(QStringLiteral("x-custom")));
-        EXPECT_TRUE(result.headers().names().contains(QStringLiteral("X-Custom")));
-        EXPECT_EQ(result.headers().value(QStringLiteral("X-Absent"), QStringLiteral("dflt")),
-                  QStringLiteral("dflt"));
         EXPECT_EQ(result.errorString().isEmpty(), c.status == HttpClientStatus::ok);
         EXPECT_EQ(server.requestCount(path), 1);
     }
@@ -182,17 +178,6 @@ TEST_F(HttpClientTest, RedirectsFollowedWithinTheLimit) {
     }
 }
 
-TEST_F(HttpClientTest, RedirectLoopEndsAsTooManyRedirects) {
-    server.setRedirect(QStringLiteral("/loopA"), QStringLiteral("/loopB"));
-    server.setRedirect(QStringLiteral("/loopB"), QStringLiteral("/loopA"));
-    HttpClientOptions options;
-    options.setMaxRedirects(5);
-    const HttpClientResult result = fetch(server.url(QStringLiteral("/loopA")), options);
-    EXPECT_EQ(result.status(), HttpClientStatus::tooManyRedirects);
-    EXPECT_LE(server.requestCount(QStringLiteral("/loopA")) + server.requestCount(QStringLiteral("/loopB")),
-              6);
-}
-
 TEST_F(HttpClientTest, RedirectDeliveredAsItIsWhenNotFollowing) {
     client = std::make_unique<HttpClient>(nullptr, HttpClient::Http1_1, false);
     server.setRedirect(QStringLiteral("/moved"), QStringLiteral("/target"));
@@ -229,10 +214,8 @@ TEST_F(HttpClientTest, RefusalsAndFailuresComeLaterAsStatus) {
     const Case cases[] = {
         {QString(), HttpClientStatus::invalidUrl},
         {QStringLiteral("http://[::1/x"), HttpClientStatus::invalidUrl},
-        {QStringLiteral("just some words"), HttpClientStatus::invalidUrl},
         {QStringLiteral("http:///no-host"), HttpClientStatus::invalidUrl},
         {QStringLiteral("ftp://127.0.0.1/list.m3u"), HttpClientStatus::unsupportedScheme},
-        {QStringLiteral("data:text/plain,hello"), HttpClientStatus::unsupportedScheme},
         {QStringLiteral("file:///etc/hostname"), HttpClientStatus::unsupportedScheme},
         {refusedUrl, HttpClientStatus::connectionRefused},
         {server.url(QStringLiteral("/hangup")), HttpClientStatus::networkError},
@@ -374,7 +357,6 @@ TEST_F(HttpClientTest, CompressedBodiesAreDecodedWithinTheLimit) {
     const QByteArray plain = HttpTestServer::pattern(200000);
     server.setGzip(QStringLiteral("/gzipBig"), plain);
     server.setGzip(QStringLiteral("/gzipExact"), plain.left(limit));
-    server.setGzip(QStringLiteral("/gzipSmall"), plain.left(800));
     HttpTestRoute deflate;
     deflate.body = qCompress(plain.left(900)).mid(4); // zlib stream
     deflate.headers = {{"Content-Encoding", "deflate"}};
@@ -401,7 +383,6 @@ TEST_F(HttpClientTest, CompressedBodiesAreDecodedWithinTheLimit) {
     const Case cases[] = {
         {"/gzipBig", HttpClientStatus::sizeLimitExceeded, int(limit)},
         {"/gzipExact", HttpClientStatus::ok, int(limit)},
-        {"/gzipSmall", HttpClientStatus::ok, 800},
         {"/deflate", HttpClientStatus::ok, 900},
         {"/gzipMissing", HttpClientStatus::httpError, 300},
         {"/corrupt", HttpClientStatus::networkError, -1},
@@ -446,15 +427,13 @@ TEST_F(HttpClientTest, CancelStopsARunningTransferForGood) {
     EXPECT_EQ(cancelled->calls, 0);
 }
 
-TEST_F(HttpClientTest, CancelOfARefusedUrlBeforeItsCompletion) {
-    HttpClient::RequestId id = nullptr;
-    const auto outcome = start(*client, QStringLiteral("gopher://nowhere"), HttpClientOptions(), &id);
-    EXPECT_TRUE(client->cancel(id));
-    zuvotest::drainEvents();
-    EXPECT_EQ(outcome->calls, 0);
-}
+TEST_F(HttpClientTest, CancelAppliesOnlyToTheClientsOwnPendingRequests) {
+    // A refused URL is pending until its completion is delivered.
+    HttpClient::RequestId refused = nullptr;
+    const auto refusedOutcome =
+        start(*client, QStringLiteral("gopher://nowhere"), HttpClientOptions(), &refused);
+    EXPECT_TRUE(client->cancel(refused));
 
-TEST_F(HttpClientTest, CancelOfUnknownOrFinishedIdsFails) {
     server.setResponse(QStringLiteral("/quick"), 200, "quick");
     HttpClient::RequestId finished = nullptr;
     const auto outcome = start(*client, server.url(QStringLiteral("/quick")), HttpClientOptions(), &finished);
@@ -468,8 +447,8 @@ TEST_F(HttpClientTest, CancelOfUnknownOrFinishedIdsFails) {
     EXPECT_FALSE(client->cancel(nullptr));
     EXPECT_FALSE(client->cancel(finished));
     EXPECT_FALSE(client->cancel(foreign));
-    EXPECT_NE(finished, foreign);
     EXPECT_TRUE(other.cancel(foreign));
+    EXPECT_EQ(refusedOutcome->calls, 0);
 }
 
 // --- Many requests and lifetime ------------------------------------------------------
