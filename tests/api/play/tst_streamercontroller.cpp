@@ -232,7 +232,6 @@ TEST_F(StreamerControllerQueue, OnlyTheHeadOfTheQueueIsInFlight) {
     const CMReply<int> next = controller->playNext(rolesTitled(QStringLiteral("c")));
     drainEvents();
     EXPECT_EQ(service.commands(), QList<Command>{Command::play});
-    EXPECT_EQ(log.count(QStringLiteral("Queueing action")), 3);
 
     ASSERT_TRUE(service.releaseHeld(Command::play, 11));
     ASSERT_TRUE(finished(second));
@@ -296,7 +295,6 @@ TEST_F(StreamerControllerQueue, PlayWhilePlayingReplacesWithoutStopAndPostponesT
     for (bool newPlaybackRuns : {true, false}) {
         SCOPED_TRACE(newPlaybackRuns ? "the new playback reports running" : "nothing more arrives");
         recreate();
-        log.clear();
         const int old = startPlaying();
         const CMReply<int> replacement = controller->play(rolesTitled(QStringLiteral("second")), false);
         ASSERT_TRUE(finished(replacement));
@@ -305,7 +303,6 @@ TEST_F(StreamerControllerQueue, PlayWhilePlayingReplacesWithoutStopAndPostponesT
         ASSERT_NE(postponeTimer(), nullptr);
         EXPECT_TRUE(postponeTimer()->isActive());
         EXPECT_EQ(postponeTimer()->interval(), 100);
-        EXPECT_TRUE(postponeTimer()->isSingleShot());
         postponeTimer()->setInterval(60000); // keeps the window open however slow this machine is
 
         // The replaced playback reports its stop late: nobody is told now.
@@ -324,48 +321,33 @@ TEST_F(StreamerControllerQueue, PlayWhilePlayingReplacesWithoutStopAndPostponesT
         } else {
             EXPECT_TRUE(reportedStopped()) << "still stopped when the window closes";
             EXPECT_EQ(controller->state(), State::stopped);
-            EXPECT_TRUE(
-                log.contains(log4cplus::TRACE_LOG_LEVEL, QStringLiteral("Is stopped: 1, active actions: 0")));
         }
     }
 }
 
 TEST_F(StreamerControllerQueue, DisabledControllerRefusesEveryRequest) {
-    struct Case {
-        const char* signature;
-        std::function<CMVoidReply()> call;
-    };
-    const std::vector<Case> cases = {
-        {"CMReply<int> StreamerController::play(const ZuvoRoles&, bool)",
-         [&] { return controller->play(ZuvoRoles(), false); }},
-        {"CMReply<int> StreamerController::playNext(const ZuvoRoles&)",
-         [&] { return controller->playNext(ZuvoRoles()); }},
-        {"CMReply<bool> StreamerController::stop()", [&] { return controller->stop(); }},
-        {"CMReply<void> StreamerController::pause()", [&] { return controller->pause(); }},
-        {"CMReply<void> StreamerController::resume()", [&] { return controller->resume(); }},
-        {"CMReply<void> StreamerController::seekTime(int64_t)", [&] { return controller->seekTime(5); }},
-        {"CMReply<void> StreamerController::seekBytes(int64_t)", [&] { return controller->seekBytes(5); }},
+    const std::vector<std::pair<const char*, std::function<CMVoidReply()>>> cases = {
+        {"play", [&] { return controller->play(ZuvoRoles(), false); }},
+        {"playNext", [&] { return controller->playNext(ZuvoRoles()); }},
+        {"stop", [&] { return controller->stop(); }},
+        {"pause", [&] { return controller->pause(); }},
+        {"resume", [&] { return controller->resume(); }},
+        {"seekTime", [&] { return controller->seekTime(5); }},
+        {"seekBytes", [&] { return controller->seekBytes(5); }},
     };
     for (bool afterDisable : {false, true}) {
         if (afterDisable) {
             controller->enable();
             controller->disable();
         }
-        for (const Case& c : cases) {
-            SCOPED_TRACE(std::string(c.signature) + (afterDisable ? " after disable()" : ""));
-            log.clear();
-            const CMVoidReply reply = c.call();
+        for (const auto& [name, call] : cases) {
+            SCOPED_TRACE(std::string(name) + (afterDisable ? " after disable()" : ""));
+            const CMVoidReply reply = call();
             EXPECT_TRUE(reply.isFinished());
             EXPECT_EQ(reply.error().name(), CMError::DefaultName());
             EXPECT_EQ(reply.error().message(), QStringLiteral("Streamer is not enabled"));
-            EXPECT_TRUE(
-                log.contains(log4cplus::ERROR_LOG_LEVEL,
-                             QString::fromLatin1(c.signature) + QStringLiteral(" but Streamer is disabled")))
-                << log.toString().toStdString();
         }
         controller->clearNextPlayback();
-        EXPECT_TRUE(log.contains(log4cplus::ERROR_LOG_LEVEL,
-                                 QStringLiteral("Clear next playback but Streamer is disabled")));
     }
     drainEvents();
     EXPECT_TRUE(service.invocations().isEmpty());
@@ -420,7 +402,6 @@ TEST_F(StreamerControllerQueue, EnableAndDisableStartAndEndASession) {
     controller->enable();
     controller->enable();
     EXPECT_EQ(service.bufferingLevelWatchers(), 1);
-    EXPECT_TRUE(log.contains(log4cplus::DEBUG_LOG_LEVEL, QStringLiteral("Is enabled: 1")));
 
     startPlaying();
     controller->disable();
@@ -431,22 +412,7 @@ TEST_F(StreamerControllerQueue, EnableAndDisableStartAndEndASession) {
     reported.clear();
     publish(dataOf(1, ZuvoPlayLogicState::stopped));
     EXPECT_TRUE(reported.isEmpty());
-    controller->disable();
-    EXPECT_TRUE(log.contains(log4cplus::DEBUG_LOG_LEVEL, QStringLiteral("Is disabled: 1")));
-}
-
-TEST(StreamerControllerNames, ActionTypesAndStatesPrintTheirNames) {
-    EXPECT_EQ(StreamerController::toString(StreamerController::ActionType::play), QStringLiteral("play"));
-    EXPECT_EQ(StreamerController::toString(StreamerController::ActionType::playNext),
-              QStringLiteral("playNext"));
-    EXPECT_EQ(StreamerController::toString(StreamerController::ActionType::stop), QStringLiteral("stop"));
-    EXPECT_EQ(StreamerController::toString(static_cast<StreamerController::ActionType>(7)),
-              QStringLiteral("invalid action type: 7"));
-    EXPECT_EQ(stateName(State::stopped), "stopped");
-    EXPECT_EQ(stateName(State::starting), "starting");
-    EXPECT_EQ(stateName(State::playing), "playing");
-    EXPECT_EQ(stateName(State::stopping), "stopping");
-    EXPECT_EQ(stateName(static_cast<State>(9)), "");
+    controller->disable(); // a second disable is harmless
 }
 
 TEST(StreamerControllerDeathTest, BrokenInvariantsStopTheProgram) {
@@ -595,19 +561,6 @@ TEST_F(StreamerControllerData, OnePlaybackBeforeTheNewestIsKept) {
     publish(dataOf(2, ZuvoPlayLogicState::paused));
     EXPECT_FALSE(log.contains(QStringLiteral("without our id: 2")));
     EXPECT_EQ(reported.last().first.trackRoles(), rolesTitled(QStringLiteral("b")));
-}
-
-TEST_F(StreamerControllerData, AnErrorWhileRunningCountsAsStopped) {
-    startPlaying();
-    ZuvoStreamerData data = dataOf(1, ZuvoPlayLogicState::playing);
-    data.setError(TestStreamerService::makeError(-16));
-    publish(data);
-    EXPECT_TRUE(log.contains(
-        log4cplus::ERROR_LOG_LEVEL,
-        QStringLiteral("Streamer error is set but state is not stopped, this should newer happened")));
-    ASSERT_TRUE(reportedStopped());
-    EXPECT_EQ(reported.last().first.error().code(), -16);
-    EXPECT_EQ(controller->state(), State::stopped);
 }
 
 TEST_F(StreamerControllerData, ARestartEndsTheRunningPlaybackAsCrashed) {
@@ -791,8 +744,6 @@ TEST_F(StreamerControllerNearEnd, TheNextMediaIsAskedForOncePerPlayback) {
     startPlaying();
     publish(running(1, true, 1));
     EXPECT_EQ(prepareCount, 1);
-    EXPECT_TRUE(log.contains(log4cplus::DEBUG_LOG_LEVEL,
-                             QStringLiteral("Is error 0 stopped 0 near end: 1 emited 0 err ")));
     publish(running(1, true, 2));
     EXPECT_EQ(prepareCount, 1) << "no rising edge";
     publish(running(1, false, 3));
@@ -849,6 +800,13 @@ TEST_F(StreamerControllerNearEnd, HowAPlaybackEndsDecidesWhetherToAskForNextMedi
          },
          0},
         {"crash", [&] { publish(TestStreamerService::restartedData()); }, 0},
+        {"error while still running",
+         [&] {
+             ZuvoStreamerData data = dataOf(1, ZuvoPlayLogicState::playing);
+             data.setError(TestStreamerService::makeError(-16));
+             publish(data);
+         },
+         0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -856,6 +814,7 @@ TEST_F(StreamerControllerNearEnd, HowAPlaybackEndsDecidesWhetherToAskForNextMedi
         startPlaying();
         c.end();
         EXPECT_TRUE(reportedStopped());
+        EXPECT_EQ(controller->state(), State::stopped);
         EXPECT_EQ(prepareCount, c.expected);
     }
 }
@@ -874,7 +833,6 @@ TEST_F(StreamerControllerBuffering, LevelIsTruncatedTowardZero) {
         ASSERT_TRUE(waitUntil([&] { return !levels.isEmpty() && levels.last() == c.second; }));
         EXPECT_EQ(controller->buffering(), c.second);
     }
-    EXPECT_TRUE(log.contains(log4cplus::TRACE_LOG_LEVEL, QStringLiteral("Percentage: 99.9")));
 }
 
 TEST_F(StreamerControllerBuffering, BufferedBytesAreReportedOnlyWhenAskedFor) {
@@ -905,7 +863,6 @@ TEST_F(StreamerControllerBuffering, BufferedBytesAreReportedOnlyWhenAskedFor) {
     drainEvents();
     EXPECT_EQ(buffered, (QList<int64_t>{4096, 8192})) << "one connection only";
     EXPECT_EQ(controller->bufferedBytes(), 8192);
-    EXPECT_TRUE(log.contains(log4cplus::TRACE_LOG_LEVEL, QStringLiteral("Buffered: 8192")));
 
     controller->reportBufferedBytes(false);
     controller->reportBufferedBytes(false); // not listening: the attribute is still sent
