@@ -4,7 +4,6 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
-#include <sstream>
 #include <vector>
 
 #include "model/cmnodes.h"
@@ -26,12 +25,6 @@ using zuvotest::rolesTitled;
 using zuvotest::waitUntil;
 
 namespace {
-
-std::string stateName(State state) {
-    std::ostringstream stream;
-    stream << state;
-    return stream.str();
-}
 
 ZuvoStreamerData dataOf(int playbackId, ZuvoPlayLogicState::Enum state) {
     return TestStreamerService::makeData(playbackId, state);
@@ -192,7 +185,7 @@ TEST_F(StreamerControllerQueue, StateTable) {
             ASSERT_TRUE(service.waitForCount(Command::stop, 1));
             break;
         }
-        ASSERT_EQ(stateName(controller->state()), stateName(reachedBySetup[row.from]));
+        ASSERT_EQ(controller->state(), reachedBySetup[row.from]);
 
         switch (row.event) {
         case PlayInvoked:
@@ -220,7 +213,7 @@ TEST_F(StreamerControllerQueue, StateTable) {
             controller->enable();
             break;
         }
-        EXPECT_EQ(stateName(controller->state()), stateName(row.to));
+        EXPECT_EQ(controller->state(), row.to);
     }
 }
 
@@ -513,9 +506,7 @@ TEST_F(StreamerControllerData, RunningDataIsPassedOnWithTheRolesOfItsPlayback) {
 TEST_F(StreamerControllerData, RecordsThatCannotBeAttributedAreDropped) {
     controller->enable();
     publish(dataOf(1, ZuvoPlayLogicState::playing));
-    EXPECT_TRUE(log.contains(
-        log4cplus::DEBUG_LOG_LEVEL,
-        QStringLiteral("Received streamer data changed even though there is not active playback")));
+    EXPECT_TRUE(reported.isEmpty()) << "no playback is active yet";
 
     startPlaying();
     ZuvoStreamerData minusOneWithError = dataOf(-1, ZuvoPlayLogicState::playing);
@@ -640,9 +631,7 @@ TEST_F(StreamerControllerData, RecordsWhileAStopIsSentInTheStoppedStateKeepTheQu
     EXPECT_EQ(controller->state(), State::stopped);
     const int reportedBefore = reported.size();
 
-    log.clear();
     publish(TestStreamerService::restartedData());
-    EXPECT_TRUE(log.contains(log4cplus::WARN_LOG_LEVEL, QStringLiteral("Streamer restarted")));
     EXPECT_EQ(reported.size(), reportedBefore) << "a restart while stopped is ignored";
     publish(stoppedWithError(old, -13));
     EXPECT_FALSE(stop.isFinished()) << "only the streamer's answer finishes this stop";
