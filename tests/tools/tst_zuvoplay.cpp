@@ -244,6 +244,11 @@ TEST(ZuvoPlay, CommandsFromStdinControlThePlayback) {
     play.send("previous");
     at = play.waitFor(track(0), at);
     ASSERT_GE(at, 0);
+    // The streamer may receive the play after the track change is shown.
+    for (int n = 0, from = 0; n < 3; ++n) {
+        from = play.waitFor(streamerCommand("play"), from) + 1;
+        ASSERT_GT(from, 0);
+    }
     EXPECT_EQ(play.all(streamerCommand("play")).size(), 3);
 
     play.send("jump 3");
