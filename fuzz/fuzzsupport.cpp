@@ -10,7 +10,6 @@
 #include <log4cplus/nullappender.h>
 #include <memory>
 
-#include "httpclientresult.h"
 #include "logging.h"
 #include "model/cmrequest.h"
 #include "playlistdata.h"
@@ -67,15 +66,7 @@ Document documentFrom(const uint8_t* data, std::size_t size) {
 
 PlayListData& jobHolding(const Document& document) {
     static PlayListData job(QString::fromLatin1(PlaylistUrl), CMSetDataRequest());
-    HttpClientResult result;
-    result.setStatus(HttpClientStatus::ok);
-    result.setHttpCode(200);
-    result.setBody(document.body);
-    HttpClientHeaders headers;
-    if (!document.contentType.isNull())
-        headers.append(QStringLiteral("Content-Type"), document.contentType);
-    result.setHeaders(headers);
-    job.requestDone(result);
+    job.setDocument(document.body, document.contentType);
     return job;
 }
 

@@ -3,8 +3,6 @@
 #include <QTextStream>
 #include <QXmlStreamReader>
 
-#include "httpclientheaders.h"
-#include "httpclientresult.h"
 #include "playlistdata.h"
 #include "playlistparsers.h"
 
@@ -13,16 +11,7 @@ namespace zuvobench {
 ParseSubject::ParseSubject(const PlaylistDocument& document)
     : m_parser(makeParser(document.format))
     , m_data(std::make_unique<PlayListData>(document.url, CMSetDataRequest())) {
-    HttpClientHeaders headers;
-    headers.append(QStringLiteral("Content-Type"), document.contentType);
-    HttpClientResult result;
-    result.setUrl(ZuvoUrl(document.url));
-    result.setFinalUrl(ZuvoUrl(document.url));
-    result.setStatus(HttpClientStatus::ok);
-    result.setHttpCode(200);
-    result.setBody(document.body);
-    result.setHeaders(headers);
-    m_data->requestDone(result);
+    m_data->setDocument(document.body, document.contentType);
 
     // The roles of the item whose resource is the playlist: parsers copy its
     // service id into every row.

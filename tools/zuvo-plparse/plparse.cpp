@@ -7,7 +7,6 @@
 #include <QUrl>
 #include <climits>
 
-#include "httpclientresult.h"
 #include "model/cmnodes.h"
 #include "playlistdata.h"
 #include "playlistparsenode.h"
@@ -99,17 +98,7 @@ PlParseOutcome parsePlaylistFile(const QString& path, const QString& contentType
 
     const QString url = QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()).toString();
     PlayListData data(url, CMSetDataRequest());
-    HttpClientResult result;
-    result.setUrl(ZuvoUrl(url));
-    result.setFinalUrl(ZuvoUrl(url));
-    result.setStatus(HttpClientStatus::ok);
-    result.setBody(body);
-    if (!contentType.isNull()) {
-        HttpClientHeaders headers;
-        headers.append(QStringLiteral("Content-Type"), contentType);
-        result.setHeaders(headers);
-    }
-    data.requestDone(result);
+    data.setDocument(body, contentType);
 
     PlayListParseNode parser(ParserPath);
     const PlayListParser::Result parsed = parser.parse(ZuvoRoles(), data);

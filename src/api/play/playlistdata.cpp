@@ -72,6 +72,21 @@ void PlayListData::requestDone(const HttpClientResult& result) {
     Q_EMIT fetchDone();
 }
 
+void PlayListData::setDocument(const QByteArray& body, const QString& contentType) {
+    HttpClientResult result;
+    result.setUrl(ZuvoUrl(m_url));
+    result.setFinalUrl(ZuvoUrl(m_url));
+    result.setStatus(HttpClientStatus::ok);
+    result.setHttpCode(200);
+    result.setBody(body);
+    if (!contentType.isNull()) {
+        HttpClientHeaders headers;
+        headers.append(QStringLiteral("Content-Type"), contentType);
+        result.setHeaders(headers);
+    }
+    requestDone(result);
+}
+
 bool PlayListData::cancelFetch() {
     if (!m_fetcherId) {
         LOG4CPLUS_ERROR(logger, "Error canceling HttpClient: fetcherId is NULL!");

@@ -50,10 +50,12 @@ public:
     // false when none runs or the client refused to cancel it.
     bool cancelFetch();
     // Completion handler of the download: stores the body and the
-    // "Content-Type" header, then emits fetchDone(). Also usable to hand the
-    // job a document obtained otherwise (a local file), with a result built
-    // by the caller.
+    // "Content-Type" header, then emits fetchDone().
     void requestDone(const HttpClientResult& result);
+    // Hands the job a document obtained otherwise (a local file, a body under
+    // test) as if it had been fetched from url() with success: the body and,
+    // unless contentType is null, that "Content-Type"; emits fetchDone().
+    void setDocument(const QByteArray& body, const QString& contentType = QString());
 
     // path unchanged when it begins with a scheme ("mms://x"), otherwise
     // baseUrl() + path without any normalisation or escaping ("a b.mp3" and

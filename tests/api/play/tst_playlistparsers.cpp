@@ -6,7 +6,6 @@
 #include <memory>
 #include <vector>
 
-#include "httpclientresult.h"
 #include "logging.h"
 #include "playlistdata.h"
 #include "playlistparsenode.h"
@@ -60,16 +59,7 @@ std::vector<Row> rowsOf(const QList<QVariant>& rows) {
 std::unique_ptr<PlayListData> fetched(const QByteArray& body, const QString& contentType = QString(),
                                       const QString& url = Url) {
     auto data = std::make_unique<PlayListData>(url, CMSetDataRequest());
-    HttpClientResult result;
-    result.setUrl(ZuvoUrl(url));
-    result.setStatus(HttpClientStatus::ok);
-    result.setBody(body);
-    if (!contentType.isNull()) {
-        HttpClientHeaders headers;
-        headers.append(QStringLiteral("Content-Type"), contentType);
-        result.setHeaders(headers);
-    }
-    data->requestDone(result);
+    data->setDocument(body, contentType);
     return data;
 }
 
