@@ -4,7 +4,6 @@
 #include <benchmark/benchmark.h>
 
 #include <QObject>
-#include <chrono>
 #include <log4cplus/logger.h>
 
 #include "dbglog.h"
@@ -12,10 +11,12 @@
 #include "support/benchloop.h"
 #include "support/logcapture.h"
 #include "support/streamerworld.h"
+#include "support/timing.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using zuvobench::Clock;
+using zuvobench::seconds;
 
 // Operations timed between two clock reads: the clock's own cost stays far
 // below the figures.
@@ -42,10 +43,6 @@ int roundTrip(PlayLogicInterface* client, Control control, int& pingSequence) {
     const CMReply<QVariant> reply = control == Control::ping ? client->ping(pingSequence++) : client->pause();
     const int generations = zuvobench::deliverPostedUntil([&reply] { return reply.isFinished(); });
     return reply.hasError() ? -1 : generations;
-}
-
-double seconds(Clock::duration duration) {
-    return std::chrono::duration<double>(duration).count();
 }
 
 // Times a batch of round trips; false (and the benchmark skipped) when a

@@ -3,20 +3,16 @@
 
 #include <benchmark/benchmark.h>
 
-#include <chrono>
-
 #include "support/documentcache.h"
 #include "support/parsing.h"
+#include "support/timing.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using zuvobench::Clock;
 using zuvobench::DocumentSize;
 using zuvobench::PlaylistFormat;
-
-double seconds(Clock::duration duration) {
-    return std::chrono::duration<double>(duration).count();
-}
+using zuvobench::seconds;
 
 // Each iteration reads the document bare (lines for the text formats, XML
 // tokens for ASX and WPL) and parses it, timing both; the benchmark's own

@@ -8,22 +8,19 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <QUrl>
-#include <chrono>
 #include <memory>
 #include <totem-pl-parser.h>
 
 #include "support/documentcache.h"
 #include "support/parsing.h"
+#include "support/timing.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using zuvobench::Clock;
 using zuvobench::DocumentSize;
 using zuvobench::PlaylistFormat;
-
-double seconds(Clock::duration duration) {
-    return std::chrono::duration<double>(duration).count();
-}
+using zuvobench::seconds;
 
 // The document as a file: URI, written once per process.
 QString documentUri(const zuvobench::PlaylistDocument& document, DocumentSize size) {
