@@ -121,10 +121,15 @@ ZuvoRoles StreamerPlayLogic::updateStateChangePath(ZuvoRoles roles) {
 CMReply<QVariant> StreamerPlayLogic::sendPlayCommand(const ZuvoRoles& roles, const QVariantHash& attributes) {
     dbglog_scopedFunction(logger);
     LOG4CPLUS_INFO(logger, "Send play command, roles: " << roles);
+    return preplayAndPlay(playRequest(roles, attributes, PlayCommand));
+}
+
+StreamerPlayLogic::PlayRequest
+StreamerPlayLogic::playRequest(const ZuvoRoles& roles, const QVariantHash& attributes, Command command) {
     ZuvoStreamerPlayArgs args;
     args.setRoles(updateStateChangePath(roles));
     args.setAttributes(QVariant(attributes));
-    return preplayAndPlay(PlayRequest(args, PlayCommand));
+    return PlayRequest(args, command);
 }
 
 CMReply<QVariant> StreamerPlayLogic::preplayAndPlay(const PlayRequest& request) {

@@ -154,6 +154,8 @@ protected:
     // Tells the streamer that nothing follows the current media.
     void sendNoNextMediaCommand();
 
+    // A request for roles (their state-change path completed) with attributes.
+    PlayRequest playRequest(const ZuvoRoles& roles, const QVariantHash& attributes, Command command);
     CMReply<QVariant> preplayAndPlay(const PlayRequest& request);
     void processNextPlayRequest();
     void prePlay(const PlayRequest& request);

@@ -101,10 +101,7 @@ CMReply<QVariant> StreamerPlayLogic::sendSetNextMediaCommand(const ZuvoRoles& ro
                                                              const QVariantHash& attributes) {
     dbglog_scopedFunction(logger);
     LOG4CPLUS_INFO(logger, "Send setNextMedia command roles: " << roles);
-    ZuvoStreamerPlayArgs args;
-    args.setRoles(updateStateChangePath(roles));
-    args.setAttributes(QVariant(attributes));
-    return preplayAndPlay(PlayRequest(args, SetNextMediaCommand));
+    return preplayAndPlay(playRequest(roles, attributes, SetNextMediaCommand));
 }
 
 void StreamerPlayLogic::reportError(const CMError& error) {
