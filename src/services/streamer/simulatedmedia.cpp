@@ -6,6 +6,7 @@
 
 #include "dbglog.h"
 #include "streamererrors.h"
+#include "streamerservice.h"
 
 static log4cplus::Logger logger = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("SimulatedStreamer"));
 
@@ -31,19 +32,6 @@ void warnIgnored(const QString& key, const QString& value, const QString& uri) {
 
 } // namespace
 
-ZuvoResource SimulatedMedia::playedResource(const ZuvoRoles& roles) {
-    const ZuvoMediaData mediaData = roles.mediaData();
-    const ZuvoResource active = mediaData.activeResource();
-    if (!active.uri().isEmpty())
-        return active;
-    const ZuvoList<ZuvoResource> resources = mediaData.resources();
-    for (const ZuvoResource& resource : resources) {
-        if (!resource.uri().isEmpty())
-            return resource;
-    }
-    return ZuvoResource();
-}
-
 bool SimulatedMedia::hasPlaylistSuffix(const QString& uri) {
     static const QSet<QString> suffixes = {
         QStringLiteral("m3u"), QStringLiteral("m3u8"), QStringLiteral("pls"), QStringLiteral("asx"),
@@ -67,7 +55,7 @@ bool SimulatedMedia::isPlaylistMimeType(const QString& mimeType) {
 }
 
 SimulatedMedia SimulatedMedia::fromRoles(const ZuvoRoles& roles, qint64 defaultDurationMs) {
-    const ZuvoResource resource = playedResource(roles);
+    const ZuvoResource resource = StreamerService::playedResource(roles);
     SimulatedMedia media;
     media.uri = resource.uri();
     if (resource.duration() == -1)

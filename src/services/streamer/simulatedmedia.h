@@ -64,9 +64,6 @@ struct SimulatedMedia {
     // an empty uri (nothing to play).
     static SimulatedMedia fromRoles(const ZuvoRoles& roles, qint64 defaultDurationMs);
 
-    // The resource a streamer plays for roles (see above); an empty record
-    // when no resource has a URI.
-    static ZuvoResource playedResource(const ZuvoRoles& roles);
     // Whether the path of uri ends in one of the playlist suffixes.
     static bool hasPlaylistSuffix(const QString& uri);
     // Whether mimeType (parameters after ';' ignored, any case) is a playlist

@@ -3,11 +3,8 @@
 #include <algorithm>
 #include <limits>
 
-SimulatedPlayback::SimulatedPlayback(int playbackId, const ZuvoRoles& roles, const SimulatedMedia& media,
-                                     bool startPaused)
-    : m_playbackId(playbackId)
-    , m_roles(roles)
-    , m_media(media)
+SimulatedPlayback::SimulatedPlayback(const SimulatedMedia& media, bool startPaused)
+    : m_media(media)
     , m_paused(startPaused) {}
 
 void SimulatedPlayback::startBuffered() {

@@ -25,7 +25,7 @@
 // near end, however fast the clock runs, so that a client has the time to
 // queue the next media. A live stream has neither.
 //
-// Not thread-safe; owned and used by SimulatedStreamer on its thread.
+// Not thread-safe; owned and used by SimulatedEngine on its thread.
 class SimulatedPlayback {
 public:
     static constexpr qint64 NearEndMs = 5000;
@@ -42,7 +42,7 @@ public:
         Crashed   // the streamer crashed
     };
 
-    SimulatedPlayback(int playbackId, const ZuvoRoles& roles, const SimulatedMedia& media, bool startPaused);
+    SimulatedPlayback(const SimulatedMedia& media, bool startPaused);
 
     // Gapless start: the media was buffered while its predecessor played, so
     // it starts full and playing.
@@ -56,8 +56,6 @@ public:
     bool seek(qint64 ms);
     void setPaused(bool paused) { m_paused = paused; }
 
-    int playbackId() const { return m_playbackId; }
-    const ZuvoRoles& roles() const { return m_roles; }
     const SimulatedMedia& media() const { return m_media; }
     // loading (buffer not full), else paused or playing; never stopped.
     ZuvoPlayLogicState::Enum state() const;
@@ -71,8 +69,6 @@ public:
 private:
     qint64 nearEndAtMs() const;
 
-    int m_playbackId;
-    ZuvoRoles m_roles;
     SimulatedMedia m_media;
     double m_positionMs = 0.0;
     int m_bufferLevel = 0;

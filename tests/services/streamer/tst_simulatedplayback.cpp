@@ -63,13 +63,13 @@ TEST(SimulatedPlaybackTest, OneStepPerTickAndTheEndWellAfterTheNearEnd) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        SimulatedPlayback playback(1, ZuvoRoles(), c.media, false);
+        SimulatedPlayback playback(c.media, false);
         EXPECT_EQ(run(playback, c.tickMs), QString::fromUtf8(c.steps));
     }
 }
 
 TEST(SimulatedPlaybackTest, PauseHoldsThePositionAndSeekMovesIt) {
-    SimulatedPlayback playback(1, ZuvoRoles(), media(20000), true);
+    SimulatedPlayback playback(media(20000), true);
     EXPECT_EQ(run(playback, 1000).left(15), "B0 B0 B0 S0 -0 ");
     EXPECT_EQ(playback.state(), ZuvoPlayLogicState::paused);
 
@@ -80,5 +80,5 @@ TEST(SimulatedPlaybackTest, PauseHoldsThePositionAndSeekMovesIt) {
     EXPECT_TRUE(playback.seek(0));
     EXPECT_FALSE(playback.nearEnd());
     EXPECT_FALSE(playback.seek(20001));
-    EXPECT_FALSE(SimulatedPlayback(2, ZuvoRoles(), media(-1), false).seek(0));
+    EXPECT_FALSE(SimulatedPlayback(media(-1), false).seek(0));
 }
