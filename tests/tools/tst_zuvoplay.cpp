@@ -134,7 +134,9 @@ private:
 };
 
 QStringList jsonArgs(double speed, const QStringList& items) {
-    return QStringList{QStringLiteral("--json"), QStringLiteral("--speed"), QString::number(speed)} + items;
+    return QStringList{QStringLiteral("--json"), QStringLiteral("--streamer"), QStringLiteral("sim"),
+                       QStringLiteral("--speed"), QString::number(speed)} +
+           items;
 }
 
 QString writeFile(const QTemporaryDir& dir, const QString& name, const QByteArray& body) {
@@ -323,8 +325,12 @@ TEST(ZuvoPlay, PlaylistItemIsHandedToTheParserAndItsEntryPlayed) {
 TEST(ZuvoPlay, BadCommandLinesExitWithOne) {
     const QStringList cases[] = {
         {},
-        {QStringLiteral("--speed"), QStringLiteral("fast"), QStringLiteral("sim://a/b.mp3")},
-        {QStringLiteral("--speed"), QStringLiteral("0"), QStringLiteral("sim://a/b.mp3")},
+        {QStringLiteral("--streamer=sim"), QStringLiteral("--speed"), QStringLiteral("fast"),
+         QStringLiteral("sim://a/b.mp3")},
+        {QStringLiteral("--streamer=sim"), QStringLiteral("--speed"), QStringLiteral("0"),
+         QStringLiteral("sim://a/b.mp3")},
+        {QStringLiteral("--streamer=sim"), QStringLiteral("--sink=null"), QStringLiteral("sim://a/b.mp3")},
+        {QStringLiteral("--streamer=vlc"), QStringLiteral("sim://a/b.mp3")},
         {QStringLiteral("--no-such-option"), QStringLiteral("sim://a/b.mp3")},
         {QStringLiteral("/no/such/list.m3u")},
     };

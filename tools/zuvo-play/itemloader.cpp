@@ -1,5 +1,6 @@
 #include "itemloader.h"
 
+#include <QDir>
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QRegularExpression>
@@ -30,6 +31,20 @@ bool isPlaylistFile(const QString& path) {
                                          QStringLiteral("wpl"), QStringLiteral("xspf"), QStringLiteral("ini"),
                                          QStringLiteral("txt")};
     return suffixes.contains(QFileInfo(path).suffix().toLower());
+}
+
+// The audio files of a folder (not its subfolders), by name.
+QStringList audioFilesIn(const QString& folder) {
+    static const QStringList patterns = {
+        QStringLiteral("*.wav"),  QStringLiteral("*.flac"), QStringLiteral("*.ogg"), QStringLiteral("*.oga"),
+        QStringLiteral("*.opus"), QStringLiteral("*.mp3"),  QStringLiteral("*.m4a"), QStringLiteral("*.aac"),
+        QStringLiteral("*.mka"),  QStringLiteral("*.aif"),  QStringLiteral("*.aiff")};
+    QStringList files;
+    const QFileInfoList entries =
+        QDir(folder).entryInfoList(patterns, QDir::Files | QDir::Readable, QDir::Name | QDir::IgnoreCase);
+    for (const QFileInfo& entry : entries)
+        files.append(QUrl::fromLocalFile(entry.absoluteFilePath()).toString());
+    return files;
 }
 
 // The entries of the playlist at url, as the parse node at parserPath
@@ -89,6 +104,16 @@ LoadedItems loadItems(const QStringList& arguments, const CMPath& parserPath) {
             continue;
         }
         const QFileInfo file(argument);
+        if (file.isDir()) {
+            const QStringList files = audioFilesIn(argument);
+            if (files.isEmpty()) {
+                loaded.error = QStringLiteral("%1: a folder without audio files").arg(argument);
+                return loaded;
+            }
+            for (const QString& url : files)
+                loaded.items.append(itemFor(url));
+            continue;
+        }
         if (!file.isFile() || !file.isReadable()) {
             loaded.error = QStringLiteral("%1: no such file, and not a URI").arg(argument);
             return loaded;

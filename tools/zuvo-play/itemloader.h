@@ -26,6 +26,8 @@ struct LoadedItems {
 //   entry becomes an item, relative entries resolved against the file's
 //   folder, and consecutive entries with the same title become one item with
 //   alternate resources (TrackList::groupAlternates).
+// - A folder gives one item per audio file in it (.wav .flac .ogg .oga .opus
+//   .mp3 .m4a .aac .mka .aif .aiff, any case; not its subfolders), by name.
 // - Any other local file is one item with its file: URL.
 // Runs the event loop while a playlist is parsed. Call on the main thread
 // with the parse node in the current registry.

@@ -1,7 +1,9 @@
-// zuvo-play: plays a list of items through libzuvo_api_play on a simulated
-// streamer and shows (or streams as JSON) what the play logic publishes.
+// zuvo-play: plays a list of items through libzuvo_api_play on a streamer
+// service (GStreamer, or the simulated one) and shows (or streams as JSON)
+// what the play logic publishes.
 //
-//   zuvo-play [--json] [--speed N] [--log-config FILE] ITEM...
+//   zuvo-play [--json] [--streamer gst|sim] [--sink SPEC] [--speed N]
+//             [--log-config FILE] ITEM...
 //
 // Exit status: 0 playback ended normally (the last item ended, or stop/quit),
 // 1 bad usage or nothing to play, 2 playback ended with an error.
@@ -18,6 +20,7 @@
 #include "playsession.h"
 #include "rawterminal.h"
 #include "stdincommands.h"
+#include "streamerchoice.h"
 #include "terminalui.h"
 
 namespace {
@@ -53,7 +56,13 @@ int main(int argc, char** argv) {
         return Usage; // the reason is on stderr already
 
     const CMRootScope root; // the model tree every node of the session lives in
-    PlaySession session(root.nodes(), options.speed);
+    QString streamerError;
+    std::unique_ptr<StreamerService> streamer = createStreamer(root.nodes(), options, streamerError);
+    if (!streamer) {
+        writeErr(QStringLiteral("zuvo-play: %1\n").arg(streamerError));
+        return Usage;
+    }
+    PlaySession session(root.nodes(), std::move(streamer));
     const QString loadError = session.load(options.items);
     if (!loadError.isEmpty()) {
         writeErr(QStringLiteral("zuvo-play: %1\n").arg(loadError));

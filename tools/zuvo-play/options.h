@@ -5,11 +5,21 @@
 
 // The command line of zuvo-play.
 struct PlayOptions {
-    QStringList items;  // media URIs, playlist URLs, local playlist files
-    double speed = 1.0; // simulated ms per real ms
+    enum class Streamer { Gst, Simulated };
+
+    QStringList items; // media URIs, files, folders, playlist URLs, local playlists
+    // The GStreamer streamer when the tool is built with it, else the
+    // simulated one.
+    Streamer streamer = defaultStreamer();
+    QString sink = QStringLiteral("auto"); // audio output of the GStreamer streamer
+    double speed = 1.0;                    // simulated ms per real ms
     bool json = false;
     QString logConfig; // log4cplus properties file; empty: the default set-up
     bool help = false;
+
+    // Whether this build has the GStreamer streamer.
+    static bool haveGst();
+    static Streamer defaultStreamer() { return haveGst() ? Streamer::Gst : Streamer::Simulated; }
 };
 
 // What parsing the command line came to: the options, or the reason they

@@ -27,13 +27,12 @@ CMPath PlaySession::ReportPath() {
     return CMPath("/zuvo-play/playbackState");
 }
 
-PlaySession::PlaySession(CMNodes* nodes, double speed, QObject* parent)
+PlaySession::PlaySession(CMNodes* nodes, std::unique_ptr<StreamerService> streamer, QObject* parent)
     : QObject(parent)
-    , m_streamer(nodes)
+    , m_streamer(std::move(streamer))
     , m_playLogic(nodes, ZuvoPlayerPath())
     , m_client(PlayLogicInterface::instance(ZuvoPlayerPath())) {
-    m_streamer.setSpeed(speed);
-    connect(&m_streamer, &SimulatedStreamer::commandReceived, this, &PlaySession::streamerCommand);
+    connect(m_streamer.get(), &StreamerService::commandReceived, this, &PlaySession::streamerCommand);
     connect(&m_playLogic, &TrackListPlayLogic::currentIndexChanged, this, &PlaySession::trackChanged);
 
     auto* parser = new PlayListParseNode(ZuvoPlayerContentPlayLogicPlaylistPath());

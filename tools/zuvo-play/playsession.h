@@ -3,10 +3,11 @@
 #include <QList>
 #include <QObject>
 #include <QTimer>
+#include <memory>
 
 #include "model/cmpath.h"
-#include "simulatedstreamer.h"
 #include "stdincommands.h"
+#include "streamerservice.h"
 #include "tracklistplaylogic.h"
 #include "zuvo.h"
 
@@ -15,7 +16,7 @@ class PlayLogicInterface;
 class ServiceNode;
 
 // Everything zuvo-play puts into the model tree, and the client that drives
-// it: the simulated streamer, the player's TrackListPlayLogic on
+// it: the streamer service it is given, the player's TrackListPlayLogic on
 // ZuvoPlayerPath(), the playlist parse node on
 // ZuvoPlayerContentPlayLogicPlaylistPath() (file: URLs allowed), the
 // notification display on ZuvoNotificationDisplayOpenPath() and the node at
@@ -42,7 +43,8 @@ public:
     // Where the items' playback-state reports arrive.
     static CMPath ReportPath();
 
-    PlaySession(CMNodes* nodes, double speed, QObject* parent = nullptr);
+    // streamer serves the streamer paths in nodes; the session owns it.
+    PlaySession(CMNodes* nodes, std::unique_ptr<StreamerService> streamer, QObject* parent = nullptr);
     ~PlaySession() override;
     Q_DISABLE_COPY(PlaySession)
 
@@ -87,7 +89,7 @@ private:
     void watch(const QString& name, const CMReply<QVariant>& reply);
     void finish(int exitCode, const QString& message);
 
-    SimulatedStreamer m_streamer;
+    std::unique_ptr<StreamerService> m_streamer;
     TrackListPlayLogic m_playLogic;
     PlayLogicInterface* m_client = nullptr;
     QTimer m_pingTimer;
