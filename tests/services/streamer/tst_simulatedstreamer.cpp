@@ -1,13 +1,14 @@
-// The simulated streamer's protocol: every command in every state, what its
-// clock does to a playback, and the failures its URIs ask for.
+// The simulated streamer: what its clock does to a playback, and the
+// failures its URIs ask for. Its protocol is tested with every service's in
+// tst_streamerprotocol.cpp.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <vector>
 
-#include "simulatedstreamerworld.h"
 #include "streamererrors.h"
+#include "streamerworld.h"
 #include "support/logcapture.h"
 
 using simtest::answerOf;
@@ -18,212 +19,14 @@ using zuvotest::waitUntil;
 
 namespace {
 
+using simtest::attributeArgs;
+using simtest::isPlaying;
+using simtest::isStopped;
 using State = ZuvoPlayLogicState;
 
-enum class Start { Stopped, Playing, Paused, NearEnd, PlayingWithNext, NearEndWithNext };
-enum Cmd { Play, SetNext, ClearNext, Pause, Resume, Stop, SeekTime, SeekBytes, SetAttributes };
-
-const QString NewTrack = QStringLiteral("http://h/new.mp3");
 const QString LaterTrack = QStringLiteral("http://h/later.mp3");
 
-QVariant seekArgs(qint64 timeMs, qint64 bytes = -1) {
-    ZuvoStreamerSeekPosition position;
-    if (timeMs >= 0)
-        position.setTimeMs(timeMs);
-    if (bytes >= 0)
-        position.setBytes(bytes);
-    return position.__variant();
-}
-
-QVariant attributeArgs(int playbackId, const QVariant& attributes) {
-    ZuvoStreamerSetAttributesArgs args;
-    args.setPlaybackId(playbackId);
-    args.setAttributes(attributes);
-    return args.__variant();
-}
-
-bool isPlaying(const ZuvoStreamerData& data) {
-    return data.state() == State::playing;
-}
-
-bool isStopped(const ZuvoStreamerData& data) {
-    return data.state() == State::stopped;
-}
-
-// Brings a frozen-clock streamer into start; false when it did not get there.
-bool bring(World& w, Start start) {
-    w.streamer.setSpeed(0);
-    if (start == Start::Stopped)
-        return true;
-    const bool nearEnd = start == Start::NearEnd || start == Start::NearEndWithNext;
-    const QString uri = nearEnd ? QStringLiteral("http://h/short.mp3?zuvo-duration=1000")
-                                : QStringLiteral("http://h/track.mp3");
-    if (answerOf(w.call(ZuvoStreamerPlayPath(), playArgs(uri))) != QStringLiteral("id:1") ||
-        !w.waitFor(
-            [nearEnd](const ZuvoStreamerData& d) { return isPlaying(d) && d.trackNearEnd() == nearEnd; }))
-        return false;
-    if (start == Start::Paused)
-        return answerOf(w.call(ZuvoStreamerPausePath())) == QStringLiteral("ok");
-    if (start == Start::PlayingWithNext || start == Start::NearEndWithNext)
-        return answerOf(w.call(ZuvoStreamerSetNextMediaPath(),
-                               playArgs(QStringLiteral("http://h/next.mp3")))) == QStringLiteral("id:2");
-    return true;
-}
-
-CMReply<QVariant> send(World& w, Cmd cmd) {
-    const std::vector<std::pair<CMPath, QVariant>> commands = {
-        {ZuvoStreamerPlayPath(), playArgs(NewTrack)},
-        {ZuvoStreamerSetNextMediaPath(), playArgs(LaterTrack)},
-        {ZuvoStreamerClearNextMediaPath(), QVariant()},
-        {ZuvoStreamerPausePath(), QVariant()},
-        {ZuvoStreamerResumePath(), QVariant()},
-        {ZuvoStreamerStopPath(), QVariant()},
-        {ZuvoStreamerSeekPath(), seekArgs(500)},
-        {ZuvoStreamerSeekPath(), seekArgs(-1, 1000)},
-        {ZuvoStreamerSetAttributesPath(),
-         attributeArgs(-1, QVariantHash{{ZuvoStreamerAttributesBufferingConfig(), QStringLiteral("big")}})},
-    };
-    return w.send(commands.at(cmd).first, commands.at(cmd).second);
-}
-
 } // namespace
-
-TEST(SimulatedStreamerTest, EveryCommandInEveryState) {
-    struct Row {
-        Start start;
-        Cmd cmd;
-        const char* answer;
-        State::Enum state; // of the record afterwards
-        int playbackId;    // 0: the record has none
-        bool next;
-        bool nearEnd;
-    };
-    using S = Start;
-    // clang-format off
-    const std::vector<Row> rows = {
-        {S::Stopped, Play, "id:1", State::loading, 1, false, false},
-        {S::Stopped, SetNext, "NotPlaying", State::stopped, 0, false, false},
-        {S::Stopped, ClearNext, "ok", State::stopped, 0, false, false},
-        {S::Stopped, Pause, "NotPlaying", State::stopped, 0, false, false},
-        {S::Stopped, Resume, "NotPlaying", State::stopped, 0, false, false},
-        {S::Stopped, Stop, "ok", State::stopped, 0, false, false},
-        {S::Stopped, SeekTime, "NotPlaying", State::stopped, 0, false, false},
-        {S::Stopped, SeekBytes, "NotPlaying", State::stopped, 0, false, false},
-        {S::Stopped, SetAttributes, "ok", State::stopped, 0, false, false},
-        {S::Playing, Play, "id:2", State::loading, 2, false, false},
-        {S::Playing, SetNext, "id:2", State::playing, 1, true, false},
-        {S::Playing, ClearNext, "ok", State::playing, 1, false, false},
-        {S::Playing, Pause, "ok", State::paused, 1, false, false},
-        {S::Playing, Resume, "ok", State::playing, 1, false, false},
-        {S::Playing, Stop, "ok", State::stopped, 1, false, false},
-        {S::Playing, SeekTime, "ok", State::playing, 1, false, false},
-        {S::Playing, SeekBytes, "NotSeekable", State::playing, 1, false, false},
-        {S::Playing, SetAttributes, "ok", State::playing, 1, false, false},
-        {S::Paused, Play, "id:2", State::loading, 2, false, false},
-        {S::Paused, SetNext, "id:2", State::paused, 1, true, false},
-        {S::Paused, ClearNext, "ok", State::paused, 1, false, false},
-        {S::Paused, Pause, "ok", State::paused, 1, false, false},
-        {S::Paused, Resume, "ok", State::playing, 1, false, false},
-        {S::Paused, Stop, "ok", State::stopped, 1, false, false},
-        {S::Paused, SeekTime, "ok", State::paused, 1, false, false},
-        {S::Paused, SeekBytes, "NotSeekable", State::paused, 1, false, false},
-        {S::Paused, SetAttributes, "ok", State::paused, 1, false, false},
-        {S::NearEnd, Play, "id:2", State::loading, 2, false, false},
-        {S::NearEnd, SetNext, "id:2", State::playing, 1, true, true},
-        {S::NearEnd, ClearNext, "ok", State::playing, 1, false, true},
-        {S::NearEnd, Pause, "ok", State::paused, 1, false, true},
-        {S::NearEnd, Resume, "ok", State::playing, 1, false, true},
-        {S::NearEnd, Stop, "ok", State::stopped, 1, false, true},
-        {S::NearEnd, SeekTime, "ok", State::playing, 1, false, true},
-        {S::NearEnd, SeekBytes, "NotSeekable", State::playing, 1, false, true},
-        {S::NearEnd, SetAttributes, "ok", State::playing, 1, false, true},
-        {S::PlayingWithNext, Play, "id:3", State::loading, 3, false, false},
-        {S::PlayingWithNext, SetNext, "id:3", State::playing, 1, true, false},
-        {S::PlayingWithNext, ClearNext, "ok", State::playing, 1, false, false},
-        {S::PlayingWithNext, Pause, "ok", State::paused, 1, true, false},
-        {S::PlayingWithNext, Resume, "ok", State::playing, 1, true, false},
-        {S::PlayingWithNext, Stop, "ok", State::stopped, 1, false, false},
-        {S::PlayingWithNext, SeekTime, "ok", State::playing, 1, true, false},
-        {S::PlayingWithNext, SeekBytes, "NotSeekable", State::playing, 1, true, false},
-        {S::PlayingWithNext, SetAttributes, "ok", State::playing, 1, true, false},
-        {S::NearEndWithNext, Play, "id:3", State::loading, 3, false, false},
-        {S::NearEndWithNext, SetNext, "id:3", State::playing, 1, true, true},
-        {S::NearEndWithNext, ClearNext, "ok", State::playing, 1, false, true},
-        {S::NearEndWithNext, Pause, "ok", State::paused, 1, true, true},
-        {S::NearEndWithNext, Resume, "ok", State::playing, 1, true, true},
-        {S::NearEndWithNext, Stop, "ok", State::stopped, 1, false, true},
-        {S::NearEndWithNext, SeekTime, "ok", State::playing, 1, true, true},
-        {S::NearEndWithNext, SeekBytes, "NotSeekable", State::playing, 1, true, true},
-        {S::NearEndWithNext, SetAttributes, "ok", State::playing, 1, true, true},
-    };
-    // clang-format on
-    for (size_t i = 0; i < rows.size(); ++i) {
-        const Row& row = rows[i];
-        SCOPED_TRACE(testing::Message() << "row " << i);
-        World w;
-        ASSERT_TRUE(bring(w, row.start));
-        const int publishedBefore = w.records.size();
-        const int commandsBefore = w.commands.size();
-        const CMReply<QVariant> reply = send(w, row.cmd);
-        ASSERT_TRUE(waitUntil([&] { return reply.isFinished(); }));
-        EXPECT_EQ(answerOf(reply), QString::fromUtf8(row.answer));
-
-        const ZuvoStreamerData data = w.streamer.data();
-        EXPECT_EQ(data.state(), row.state);
-        EXPECT_EQ(data.isSetPlaybackId(), row.playbackId != 0);
-        EXPECT_EQ(data.playbackId(), row.playbackId);
-        EXPECT_EQ(data.isSetNextTrackRoles(), row.next);
-        EXPECT_EQ(data.trackNearEnd(), row.nearEnd);
-        EXPECT_TRUE(data.error().isEmpty());
-        EXPECT_EQ(w.nodeRecord(), data);
-        EXPECT_EQ(w.commands.size(), commandsBefore + 1);
-        if (reply.hasError()) {
-            EXPECT_EQ(w.records.size(), publishedBefore) << "a refused command published";
-            continue;
-        }
-        if (row.cmd == Play) {
-            EXPECT_EQ(data.trackRoles().title(), NewTrack);
-        } else if (row.cmd == SetNext) {
-            EXPECT_EQ(data.nextTrackRoles().title(), LaterTrack);
-        } else if (row.cmd == SeekTime) {
-            EXPECT_EQ(w.streamer.playTimeMs(), 500);
-        }
-        EXPECT_EQ(w.streamer.isActive(), row.state != State::stopped);
-    }
-}
-
-TEST(SimulatedStreamerTest, RefusalsNameWhatIsWrongAndChangeNothing) {
-    World w;
-    ASSERT_TRUE(bring(w, Start::Playing));
-    const ZuvoStreamerData playing = w.streamer.data();
-    const QString invalid = SimulatedStreamer::ErrorInvalidArgument();
-    const std::vector<std::tuple<CMPath, QVariant, QString>> cases = {
-        {ZuvoStreamerPlayPath(), QStringLiteral("http://h/a.mp3"), invalid}, // no record, so no URI
-        {ZuvoStreamerSetNextMediaPath(), QVariant(), invalid},
-        {ZuvoStreamerSeekPath(), seekArgs(10, 10), invalid},
-        {ZuvoStreamerSeekPath(), seekArgs(SimulatedStreamer::DefaultDurationMs + 1), invalid},
-        {ZuvoStreamerSetAttributesPath(), attributeArgs(7, QVariantHash()),
-         SimulatedStreamer::ErrorUnknownPlayback()},
-        {ZuvoStreamerSetAttributesPath(), attributeArgs(-1, QStringLiteral("big")), invalid},
-        {ZuvoStreamerPlayPath() + QStringLiteral("/extra"), QVariant(), QStringLiteral("NotSupported")},
-    };
-    for (const auto& [command, payload, error] : cases) {
-        SCOPED_TRACE(command.toEncoded().toStdString());
-        LogCapture log;
-        const int published = w.records.size();
-        const CMReply<QVariant> reply = w.call(command, payload);
-        EXPECT_EQ(answerOf(reply), error);
-        EXPECT_FALSE(reply.error().message().isEmpty());
-        EXPECT_TRUE(log.contains(log4cplus::WARN_LOG_LEVEL, QStringLiteral("Refused")));
-        EXPECT_EQ(w.records.size(), published);
-        EXPECT_EQ(w.streamer.data(), playing);
-    }
-    // A live stream cannot be sought at all; refused plays used no playback id.
-    ASSERT_EQ(
-        answerOf(w.call(ZuvoStreamerPlayPath(), playArgs(QStringLiteral("http://h/r?zuvo-duration=live")))),
-        QStringLiteral("id:2"));
-    EXPECT_EQ(answerOf(w.call(ZuvoStreamerSeekPath(), seekArgs(0))), SimulatedStreamer::ErrorNotSeekable());
-}
 
 TEST(SimulatedStreamerTest, BufferFillsInStepsAndBufferedBytesOnlyWhileReported) {
     World w;
@@ -374,11 +177,14 @@ TEST(SimulatedStreamerTest, FailuresChosenByTheUri) {
 
 TEST(SimulatedStreamerTest, CrashDropsEverythingAndIdsGoOn) {
     World w;
-    ASSERT_TRUE(bring(w, Start::PlayingWithNext));
+    ASSERT_EQ(answerOf(w.call(ZuvoStreamerPlayPath(), playArgs(QStringLiteral("http://h/a.mp3")))),
+              QStringLiteral("id:1"));
+    ASSERT_EQ(answerOf(w.call(ZuvoStreamerSetNextMediaPath(), playArgs(LaterTrack))), QStringLiteral("id:2"));
     w.streamer.crash();
     EXPECT_TRUE(isStopped(w.streamer.data()));
     EXPECT_FALSE(w.streamer.data().isSetPlaybackId());
     EXPECT_EQ(w.streamer.data().error().name(), ZuvoStreamerErrorCrashed());
     EXPECT_EQ(answerOf(w.call(ZuvoStreamerPausePath())), SimulatedStreamer::ErrorNotPlaying());
-    EXPECT_EQ(answerOf(w.call(ZuvoStreamerPlayPath(), playArgs(NewTrack))), QStringLiteral("id:3"));
+    EXPECT_EQ(answerOf(w.call(ZuvoStreamerPlayPath(), playArgs(QStringLiteral("http://h/new.mp3")))),
+              QStringLiteral("id:3"));
 }

@@ -10,8 +10,8 @@
 
 #include "playlistparsenode.h"
 #include "playlogicinterface.h"
-#include "simulatedstreamerworld.h"
 #include "streamerplaylogic.h"
+#include "streamerworld.h"
 #include "support/httptestserver.h"
 
 using zuvotest::waitUntil;

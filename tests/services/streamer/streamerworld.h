@@ -1,12 +1,13 @@
 #pragma once
 
-// A simulated streamer in a registry of its own, with what it published, for
+// A streamer service in a registry of its own, with what it published, for
 // the tests of this folder. Commands go through the model tree
 // (CMRoot()->invoke) on the streamer's default paths, like any client's.
 
 #include <QList>
 #include <QStringList>
 #include <functional>
+#include <memory>
 
 #include "model/cmnodes.h"
 #include "model/cmvalueitem.h"
@@ -37,6 +38,30 @@ inline QVariant playArgs(const QString& uri, bool startPaused = false, const QSt
     return args.__variant();
 }
 
+inline QVariant seekArgs(qint64 timeMs, qint64 bytes = -1) {
+    ZuvoStreamerSeekPosition position;
+    if (timeMs >= 0)
+        position.setTimeMs(timeMs);
+    if (bytes >= 0)
+        position.setBytes(bytes);
+    return position.__variant();
+}
+
+inline QVariant attributeArgs(int playbackId, const QVariant& attributes) {
+    ZuvoStreamerSetAttributesArgs args;
+    args.setPlaybackId(playbackId);
+    args.setAttributes(attributes);
+    return args.__variant();
+}
+
+inline bool isPlaying(const ZuvoStreamerData& data) {
+    return data.state() == ZuvoPlayLogicState::playing;
+}
+
+inline bool isStopped(const ZuvoStreamerData& data) {
+    return data.state() == ZuvoPlayLogicState::stopped;
+}
+
 // "ok" for a success without value, "id:N" for a playback id, else the
 // error's name.
 inline QString answerOf(const CMReply<QVariant>& reply) {
@@ -62,16 +87,23 @@ private:
     CMValueItem m_item;
 };
 
-struct World {
+// Service: StreamerService or one of its kinds; make builds it in the
+// world's registry (by default Service(nodes)).
+template <typename Service> struct BasicWorld {
+    using Make = std::function<std::unique_ptr<Service>(CMNodes*)>;
+
     CMRootScope root;
-    SimulatedStreamer streamer{root.nodes()};
+    std::unique_ptr<Service> service;
+    Service& streamer;
     QList<ZuvoStreamerData> records;
     QStringList commands;
 
-    World() {
-        QObject::connect(&streamer, &SimulatedStreamer::dataPublished, &streamer,
+    explicit BasicWorld(const Make& make = [](CMNodes* nodes) { return std::make_unique<Service>(nodes); })
+        : service(make(root.nodes()))
+        , streamer(*service) {
+        QObject::connect(&streamer, &StreamerService::dataPublished, &streamer,
                          [this](const ZuvoStreamerData& data) { records.append(data); });
-        QObject::connect(&streamer, &SimulatedStreamer::commandReceived, &streamer,
+        QObject::connect(&streamer, &StreamerService::commandReceived, &streamer,
                          [this](const QString& command) { commands.append(command); });
     }
 
@@ -95,6 +127,8 @@ struct World {
     // The record the data node holds, as a client reads it.
     ZuvoStreamerData nodeRecord() const { return ZuvoStreamerData(CMRoot()->getValue(dataPath()).toHash()); }
 };
+
+using World = BasicWorld<SimulatedStreamer>;
 
 inline qint64 toI64(const ZuvoValue& value) {
     return value.i64_();
