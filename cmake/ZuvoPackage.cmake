@@ -5,6 +5,12 @@ include(CMakePackageConfigHelpers)
 set(ZUVO_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ZuvoPlay)
 
 install(EXPORT ZuvoPlayTargets NAMESPACE Zuvo:: DESTINATION ${ZUVO_CMAKE_DIR})
+# The package configuration looks GStreamer up only when the service on it is built.
+if(TARGET zuvo_gst_streamer)
+  set(ZUVO_GSTREAMER_FOUND 1)
+else()
+  set(ZUVO_GSTREAMER_FOUND 0)
+endif()
 configure_package_config_file(
   ${CMAKE_CURRENT_SOURCE_DIR}/cmake/ZuvoPlayConfig.cmake.in
   ${CMAKE_CURRENT_BINARY_DIR}/ZuvoPlayConfig.cmake

@@ -8,6 +8,8 @@ packages=(
   qtbase5-dev liblog4cplus-dev zlib1g-dev
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   clang-format python3
+  libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good
+  gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-libav
   "$@"
 )
 missing=()

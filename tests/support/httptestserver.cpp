@@ -280,6 +280,10 @@ private:
             return;
         }
         if (m_route.framing == HttpTestRoute::Framing::ContentLength && m_route.declaredLength > m_bodySent) {
+            if (m_route.closeWhenShort) {
+                close();
+                return;
+            }
             // The client waits for bytes that never come.
             m_state = State::Silent;
             return;

@@ -37,6 +37,9 @@ struct HttpTestRoute {
     // Content-Length to announce instead of the real one; when larger, the
     // server sends the body it has and then stays silent.
     qint64 declaredLength = -1;
+    // With a larger declaredLength: close the connection once the body is
+    // out (a server that breaks off mid-stream) instead of staying silent.
+    bool closeWhenShort = false;
     bool gzip = false;         // send the body gzip-encoded ("Content-Encoding: gzip")
     int trickleBytes = 0;      // > 0: send the body this many bytes at a time ...
     int trickleIntervalMs = 0; // ... one piece per interval
