@@ -37,7 +37,9 @@ public:
     // Queues uri as the gapless successor of the running track, replacing a
     // queued one. Only called while a track runs.
     virtual void setNext(const QString& uri, const ZuvoRoles& roles) = 0;
-    // Drops the queued successor; nothing queued: does nothing.
+    // Nothing is to follow the running track: drops the queued successor, if
+    // any. Called whenever a client says so while a track runs, queued or not,
+    // so that an engine waiting for the decision can go on at once.
     virtual void clearNext() = 0;
     // Pauses or continues the running track. Only called while a track runs.
     virtual void setPaused(bool paused) = 0;

@@ -173,11 +173,13 @@ void StreamerService::handleSetNextMedia(const CMSetDataRequest& request) {
 
 void StreamerService::handleClearNextMedia(const CMSetDataRequest& request) {
     request.reply().setValue(QVariant());
+    // Also with nothing queued: the engine learns that nothing follows.
+    if (isActive())
+        m_engine->clearNext();
     if (!m_next)
         return;
     LOG4CPLUS_DEBUG(logger, "Queued playback " << m_next->playbackId << " dropped");
     m_next.reset();
-    m_engine->clearNext();
     publishData(runningRecord());
 }
 
