@@ -1,6 +1,8 @@
 #include "audiosink.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QtEndian>
 #include <gst/gst.h>
 
@@ -94,6 +96,19 @@ GstElement* makeWavSink(const QString& path) {
     return bin;
 }
 
+// Whether the machine has anything autoaudiosink could play to: a sound
+// card's playback device or a sound server's socket. Without either its
+// probe only fills stderr with the sound libraries' own complaints.
+bool audioOutputPresent() {
+    if (!QDir(QStringLiteral("/dev/snd")).entryList({QStringLiteral("pcmC*p")}, QDir::System).isEmpty())
+        return true;
+    if (qEnvironmentVariableIsSet("PULSE_SERVER"))
+        return true;
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    return !runtime.isEmpty() && (QFileInfo::exists(runtime + QStringLiteral("/pulse/native")) ||
+                                  QFileInfo::exists(runtime + QStringLiteral("/pipewire-0")));
+}
+
 // Whether autoaudiosink reaches a real device: it must get to READY, and not
 // with a fake sink inside (its last resort).
 bool autoSinkWorks(GstElement* sink, QString* why) {
@@ -140,8 +155,10 @@ GstElement* AudioSinkSpec::createElement(bool* fellBack) const {
     case Kind::Auto:
         break;
     }
-    GstElement* sink = gst_element_factory_make("autoaudiosink", "zuvo-auto-sink");
-    QString why = QStringLiteral("autoaudiosink is not installed");
+    const bool present = audioOutputPresent();
+    GstElement* sink = present ? gst_element_factory_make("autoaudiosink", "zuvo-auto-sink") : nullptr;
+    QString why = present ? QStringLiteral("autoaudiosink is not installed")
+                          : QStringLiteral("no sound card (/dev/snd) and no sound server");
     if (sink) {
         gst_object_ref_sink(sink);
         if (autoSinkWorks(sink, &why))

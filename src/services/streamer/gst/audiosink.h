@@ -5,9 +5,11 @@
 typedef struct _GstElement GstElement;
 
 // Where a GstEngine sends the decoded audio, from a sink spec string:
-//   auto           autoaudiosink (the system's default device). When it
-//                  cannot open a device (or settles for a fake sink), a
-//                  real-time null sink takes its place with one warning.
+//   auto           autoaudiosink (the system's default device). When the
+//                  machine has neither a sound card's playback device nor
+//                  a sound server's socket, or autoaudiosink cannot open a
+//                  device (or settles for a fake sink), a real-time null
+//                  sink takes its place with one warning.
 //   null           discards the audio in real time (fakesink, sync=true)
 //   wav:FILE       writes the decoded audio as one 16-bit PCM WAV file at
 //                  the stream's own rate and channels, as fast as it
