@@ -28,12 +28,13 @@ tone station.opus 4 659 audioresample ! opusenc ! oggmux
 tone zuvofm.mp3 4 740 lamemp3enc ! id3v2mux
 tone closing.ogg 3 880 vorbisenc ! oggmux
 
-# A playlist document as an item of its own: the streamer cannot play it,
+# A playlist document as an item of its own (its entry resolves against its
+# folder): the streamer cannot play it,
 # so the library's playlist hand-off parses it and plays its first entry.
 cat >"$dir/station.m3u" <<M3U
 #EXTM3U
 #EXTINF:-1,Radio Zuvo
-$dir/station.opus
+station.opus
 M3U
 
 # Port 9 on loopback refuses connections: the first address of the live
@@ -42,7 +43,7 @@ cat >"$dir/demo.m3u" <<M3U
 #EXTM3U
 #EXTINF:4,Zuvo Demo - Opening (WAV)
 opening.wav
-#EXTINF:4,Zuvo Demo - Interlude (FLAC, gapless after the opening)
+#EXTINF:4,Zuvo Demo - Interlude (FLAC; gapless after the opening)
 interlude.flac
 #EXTINF:-1,Radio Zuvo (an M3U playlist document)
 file://$dir/station.m3u
