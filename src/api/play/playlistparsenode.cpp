@@ -137,6 +137,16 @@ bool PlayListListNode::getRowsRequest(const CMGetRowsRequest& request) {
     LOG4CPLUS_TRACE(logger, "fromRow=" << request.fromRow() << " toRow=" << request.toRow());
 
     const int toRow = qMin(request.toRow(), m_rows.size() - 1);
+    // Indices outside the list cost an entry each: bound them before building.
+    const qint64 entries = qint64(toRow) - request.fromRow() + 1;
+    if (entries > qint64(m_rows.size()) + MaxRowsOutsideList) {
+        LOG4CPLUS_WARN(logger, "Refusing rows " << request.fromRow() << ".." << request.toRow() << " of "
+                                                << path().toEncoded() << ": " << entries << " entries for "
+                                                << m_rows.size() << " rows");
+        request.reply().setError(
+            CMError(QStringLiteral("rowRangeTooLarge"), ZUVO_TR("Requested row range is too large.")));
+        return true;
+    }
     const QStringList roles = request.roles();
     QVariantList rows;
     for (qint64 index = request.fromRow(); index <= toRow; ++index) {

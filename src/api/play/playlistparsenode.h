@@ -81,9 +81,16 @@ private:
 // role name, in order, the row's value under that key or an invalid QVariant
 // when the row lacks it. An index below 0 reads as a row without any key.
 // Requests for other paths go to CMNode.
+//
+// One answer holds at most the number of rows plus MaxRowsOutsideList
+// entries: a request that would need more (fromRow far below 0, say INT_MIN)
+// is refused at once with the error "rowRangeTooLarge" and a warning naming
+// the range, rather than built entry by entry on the event-loop thread.
 class PlayListListNode : public CMNode {
     Q_OBJECT
 public:
+    static constexpr int MaxRowsOutsideList = 1024;
+
     PlayListListNode(const CMPath& path, const QList<QVariant>& rows);
     Q_DISABLE_COPY(PlayListListNode)
 

@@ -360,8 +360,12 @@ TEST(PlayListListNode, GetRowsProtocol) {
     struct Case {
         int fromRow;
         int toRow;
-        QStringList titles; // "-" marks a row read outside the list
+        QStringList titles;   // "-" marks a row read outside the list
+        bool refused = false; // more than 3 + 1024 entries
     };
+    QStringList outside1024;
+    for (int i = 0; i < PlayListListNode::MaxRowsOutsideList; ++i)
+        outside1024.append(QStringLiteral("-"));
     const std::vector<Case> cases = {
         {0, 2, {"zero", "one", "two"}},
         {1, 1, {"one"}},
@@ -371,6 +375,11 @@ TEST(PlayListListNode, GetRowsProtocol) {
         {2, 1, {}},
         {0, -1, {}},
         {-2, 0, {"-", "-", "zero"}},
+        {-3, 2, {"-", "-", "-", "zero", "one", "two"}},
+        {-1024, INT_MAX, outside1024 + QStringList{"zero", "one", "two"}},
+        {-1025, 2, {}, true},
+        {INT_MIN, 5, {}, true},
+        {INT_MIN, INT_MAX, {}, true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << c.fromRow << ".." << c.toRow);
@@ -378,6 +387,9 @@ TEST(PlayListListNode, GetRowsProtocol) {
         CMRoot()->getRows(CMPath("/list"), c.fromRow, c.toRow, 0,
                           {ZuvoRoles::Title(), QStringLiteral("nope"), ZuvoRoles::Type()}, reply);
         ASSERT_TRUE(reply.isFinished());
+        EXPECT_EQ(reply.error().name(), c.refused ? QStringLiteral("rowRangeTooLarge") : QString());
+        if (c.refused)
+            continue;
         EXPECT_EQ(reply.value().rowsCount(), 3);
         const QList<QVariantList> values = valuesOf(reply.value());
         ASSERT_EQ(values.size(), c.titles.size());
