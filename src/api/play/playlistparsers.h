@@ -3,8 +3,7 @@
 #include <QRegExp>
 
 #include "playlistparser.h"
-
-class QXmlStreamReader;
+#include "playlistxmlguard.h"
 
 // The six playlist formats. Every parser resolves relative entry paths with
 // PlayListData::pathToURI() unless stated otherwise, and all text formats
@@ -61,11 +60,10 @@ public:
 // depth gives one row titled by its last "title" child and resolved from its
 // last "ref" element's "href" (or "HREF") attribute.
 //
-// Untrusted XML is cut short with an error where a document type declaration
-// has an internal subset (internal entities and attribute defaults let a
-// small document expand into gigabytes of text) or where elements nest deeper
-// than MaxXmlDepth (each open element costs the reader memory); playlists
-// need neither. What was parsed before the error stays.
+// A document type declaration before the first element changes nothing about
+// recognition. Untrusted XML is read under PlayListXmlGuard: entity expansion
+// and nesting depth are bounded, and a document cut short there keeps the
+// rows parsed before the cut, like any XML error after acceptance.
 class PlayListParserASX : public PlayListParser {
 public:
     PlayListParserASX() = default;
@@ -79,13 +77,13 @@ public:
     ZuvoRoles parseEntry(const PlayListData& data, QXmlStreamReader& reader);
 
 private:
-    int m_depth = 0; // open elements of the document being parsed
+    PlayListXmlGuard m_guard; // of the document being parsed
 };
 
 // WPL: recognised by a leading processing instruction <?wpl version="1.0"?>
 // (exactly so). Every "media" element at any depth gives one untitled row
-// resolved from its "src" attribute, "\" read as "/". The internal-subset
-// rule of PlayListParserASX applies.
+// resolved from its "src" attribute, "\" read as "/". Read under
+// PlayListXmlGuard, like ASX.
 class PlayListParserWPL : public PlayListParser {
 public:
     PlayListParserWPL() = default;
@@ -95,8 +93,5 @@ public:
     ZuvoList<ZuvoRoles> parseEntries(const PlayListData& data, QXmlStreamReader& reader);
 
 private:
-    int m_depth = 0; // open elements of the document being parsed
+    PlayListXmlGuard m_guard; // of the document being parsed
 };
-
-// Deepest element nesting an XML playlist may have.
-constexpr int MaxXmlDepth = 256;

@@ -7,42 +7,16 @@
 #include "logging.h"
 #include "playlistdata.h"
 #include "playlistparsers.h"
+#include "playlistxmlguard.h"
 
 static log4cplus::Logger logger = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("PlayListParser"));
 
 namespace {
 
-// Reads the next token, keeping depth (open elements) up to date. Ends the
-// document with an error at a document type declaration with an internal
-// subset, or at an element nested deeper than MaxXmlDepth: the reader expands
-// internal entities and attribute defaults declared in the subset, which lets
-// a few kilobytes become gigabytes of text (nested or merely repeated entity
-// references), and it keeps every open element. Predefined entities and
-// character references stay.
-QXmlStreamReader::TokenType readNextToken(QXmlStreamReader& reader, int& depth) {
-    switch (reader.readNext()) {
-    case QXmlStreamReader::DTD:
-        if (reader.text().contains(QLatin1Char('[')) || !reader.entityDeclarations().isEmpty())
-            reader.raiseError(
-                QStringLiteral("Document type declarations with an internal subset are not supported"));
-        break;
-    case QXmlStreamReader::StartElement:
-        if (++depth > MaxXmlDepth)
-            reader.raiseError(QStringLiteral("Elements nested deeper than %1 levels").arg(MaxXmlDepth));
-        break;
-    case QXmlStreamReader::EndElement:
-        --depth;
-        break;
-    default:
-        break;
-    }
-    return reader.tokenType();
-}
-
 // Reads tokens until the first one of type wanted; returns whether one came
 // before the end of the document.
-bool readUntil(QXmlStreamReader& reader, int& depth, QXmlStreamReader::TokenType wanted) {
-    while (!reader.atEnd() && readNextToken(reader, depth) != wanted) {
+bool readUntil(QXmlStreamReader& reader, PlayListXmlGuard& guard, QXmlStreamReader::TokenType wanted) {
+    while (!reader.atEnd() && guard.readNext(reader) != wanted) {
     }
     return reader.tokenType() == wanted;
 }
@@ -62,9 +36,9 @@ PlayListParser::Result PlayListParserASX::parse(const PlayListData& data) {
     static const QString asx = QStringLiteral("asx");
 
     Result result;
-    QXmlStreamReader reader(data.data());
-    m_depth = 0;
-    if (!readUntil(reader, m_depth, QXmlStreamReader::StartElement))
+    QXmlStreamReader reader;
+    m_guard.start(reader, data.data());
+    if (!readUntil(reader, m_guard, QXmlStreamReader::StartElement))
         return result;
     LOG4CPLUS_TRACE(logger, "First element: " << reader.name().toString());
     if (!nameIs(reader, asx))
@@ -72,6 +46,7 @@ PlayListParser::Result PlayListParserASX::parse(const PlayListData& data) {
     result.ok = true;
 
     appendRows(result, parseEntries(data, reader));
+    m_guard.finish(reader);
     if (reader.hasError())
         LOG4CPLUS_ERROR(logger, "Parser error: " << reader.errorString());
     return result;
@@ -82,7 +57,7 @@ ZuvoList<ZuvoRoles> PlayListParserASX::parseEntries(const PlayListData& data, QX
 
     ZuvoList<ZuvoRoles> entries;
     while (!reader.atEnd()) {
-        if (readNextToken(reader, m_depth) != QXmlStreamReader::StartElement || !nameIs(reader, entry))
+        if (m_guard.readNext(reader) != QXmlStreamReader::StartElement || !nameIs(reader, entry))
             continue;
         if (rowLimitReached(entries.size()))
             break;
@@ -104,12 +79,12 @@ ZuvoRoles PlayListParserASX::parseEntry(const PlayListData& data, QXmlStreamRead
     ZuvoMetaData metaData;
     ZuvoResource resource; // the last "ref" wins: an entry has one resource
     while (!reader.atEnd()) {
-        const QXmlStreamReader::TokenType token = readNextToken(reader, m_depth);
+        const QXmlStreamReader::TokenType token = m_guard.readNext(reader);
         if (token == QXmlStreamReader::StartElement) {
             if (nameIs(reader, title)) {
                 roles.setTitle(reader.readElementText(QXmlStreamReader::ErrorOnUnexpectedElement));
                 if (reader.isEndElement())
-                    --m_depth; // the title's end, read by readElementText()
+                    m_guard.elementEnded(); // the title's end, read by readElementText()
             } else if (nameIs(reader, ref)) {
                 const QXmlStreamAttributes attributes = reader.attributes();
                 QString target = attributes.value(href).toString();
@@ -129,14 +104,15 @@ PlayListParser::Result PlayListParserWPL::parse(const PlayListData& data) {
     static const QString version = QStringLiteral("version=\"1.0\"");
 
     Result result;
-    QXmlStreamReader reader(data.data());
-    m_depth = 0;
-    if (!readUntil(reader, m_depth, QXmlStreamReader::ProcessingInstruction) ||
+    QXmlStreamReader reader;
+    m_guard.start(reader, data.data());
+    if (!readUntil(reader, m_guard, QXmlStreamReader::ProcessingInstruction) ||
         reader.processingInstructionTarget() != wpl || reader.processingInstructionData() != version)
         return result;
     result.ok = true;
 
     appendRows(result, parseEntries(data, reader));
+    m_guard.finish(reader);
     if (reader.hasError())
         LOG4CPLUS_DEBUG(logger, "Parser error: " << reader.errorString());
     return result;
@@ -148,7 +124,7 @@ ZuvoList<ZuvoRoles> PlayListParserWPL::parseEntries(const PlayListData& data, QX
 
     ZuvoList<ZuvoRoles> entries;
     while (!reader.atEnd()) {
-        if (readNextToken(reader, m_depth) != QXmlStreamReader::StartElement || !nameIs(reader, media))
+        if (m_guard.readNext(reader) != QXmlStreamReader::StartElement || !nameIs(reader, media))
             continue;
         if (rowLimitReached(entries.size()))
             break;

@@ -99,6 +99,15 @@ QByteArray repeated(const QByteArray& piece, int count) {
     return out;
 }
 
+// A document type declaration whose entity l9 expands to 3 * 10^9 characters.
+QByteArray billionLaughs() {
+    QByteArray declaration = "<!DOCTYPE asx [<!ENTITY l0 \"lol\">";
+    for (int level = 1; level <= 9; ++level)
+        declaration += "<!ENTITY l" + QByteArray::number(level) + " \"" +
+                       repeated("&l" + QByteArray::number(level - 1) + ";", 10) + "\">";
+    return declaration + "]>";
+}
+
 // One of each parser, in the order ASX, INI, M3U, PLS, WPL, URL.
 struct AllParsers {
     PlayListParserASX asx;
@@ -300,6 +309,18 @@ TEST(PlayListParserASX, Table) {
              "<ref href='a&amp;b.mp3'/></entry></asx>",
              true,
              {entry(B + "a&b.mp3", Mpeg, QStringLiteral("R&B \u263A"))}},
+            {"internal subset: entities and attribute defaults",
+             "<?xml version='1.0'?><!DOCTYPE asx [<!ENTITY s 'http://s/'><!ENTITY n '&s;n.mp3'>"
+             "<!ATTLIST ref href CDATA 'd.mp3'>]><asx><entry><title>&n;</title><ref href='&n;'/></entry>"
+             "<entry><ref/></entry></asx>",
+             true,
+             {entry("http://s/n.mp3", Mpeg, "http://s/n.mp3"), entry(B + "d.mp3", Mpeg)}},
+            {"billion laughs: the rows before it stay",
+             "<?xml version='1.0' encoding='ISO-8859-1'?>" + billionLaughs() +
+                 "<asx><entry><title>Caf\xe9</title><ref href='a.mp3'/></entry>"
+                 "<entry><title>&l9;</title><ref href='b.mp3'/></entry></asx>",
+             true,
+             {entry(B + "a.mp3", Mpeg, QStringLiteral("Caf\u00e9"))}},
             {"document ends inside an entry",
              "<asx><entry><ref href='a.mp3'/></entry><entry><ref href='b.mp3'/>",
              true,
@@ -332,6 +353,11 @@ TEST(PlayListParserWPL, Table) {
                   "<?xml version=\"1.0\"?>\r\n<?wpl version=\"1.0\"?>\r\n<smil><media src='a'/></smil>",
                   true,
                   {entry(B + "a", Unknown)}},
+                 {"internal subset",
+                  "<?xml version=\"1.0\"?><?wpl version=\"1.0\"?><!DOCTYPE smil [<!ENTITY d 'http://s/'>"
+                  "<!ATTLIST media src CDATA 'x.wma'>]><smil><media src='&d;a.mp3'/><media/></smil>",
+                  true,
+                  {entry("http://s/a.mp3", Mpeg), entry(B + "x.wma", Wma)}},
                  {"the first instruction counts, wherever it is",
                   "<smil><?wpl version=\"1.0\"?><media src='a'/></smil>",
                   true,
@@ -465,9 +491,12 @@ TEST(PlayListParsers, HostileBodies) {
     QByteArray binary;
     for (int i = 0; i < 64 * 1024; ++i)
         binary += char((i * 7919) % 251);
-    const QByteArray laughs =
-        "<!DOCTYPE asx [<!ENTITY a \"aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa\">"
-        "<!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\"><!ENTITY c \"&b;&b;&b;&b;&b;&b;&b;&b;\">]>";
+    // Entity references and default attributes each add at most this many
+    // 4000-character values: the rows of the entries before the limit stay.
+    const int expandedRows = int(PlayListXmlGuard::MaxXmlExpansion / 4000);
+    const QByteArray manyReferences = "<!DOCTYPE asx [<!ENTITY a \"" + QByteArray(4000, 'a') + "\">]><asx>" +
+                                      repeated("<entry><title>&a;</title><ref href='x'/></entry>", 2000) +
+                                      "</asx>";
     const QByteArray quadratic = "<?wpl version=\"1.0\"?><!DOCTYPE smil [<!ENTITY a \"" +
                                  QByteArray(4000, 'a') + "\">]><smil><media src=\"" +
                                  repeated("&a;", 100000) + "\"/></smil>";
@@ -518,12 +547,12 @@ TEST(PlayListParsers, HostileBodies) {
          "<asx><entry><ref href='a'/></entry><entry><ti",
          {true, false, false, false, false, false},
          1},
-        {"nested entities",
-         laughs + "<asx><entry><title>&c;&c;&c;</title></entry></asx>",
-         {false, false, false, false, false, false},
-         0},
-        {"repeated large entity", quadratic, {false, false, false, false, true, false}, 0},
-        {"attribute defaults", attributeDefaults, {false, false, false, false, true, false}, 0},
+        {"references to a large entity",
+         manyReferences,
+         {true, false, false, false, false, false},
+         expandedRows},
+        {"references in one attribute", quadratic, {false, false, false, false, true, false}, 0},
+        {"attribute defaults", attributeDefaults, {false, false, false, false, true, false}, expandedRows},
     };
 
     AllParsers all;
