@@ -6,6 +6,7 @@
 
 #include <QList>
 #include <QVariant>
+#include <ctime>
 #include <malloc.h>
 #include <memory>
 
@@ -16,6 +17,7 @@
 #include "support/eventloop.h"
 #include "support/parsing.h"
 #include "support/procmemory.h"
+#include "support/timing.h"
 
 namespace {
 
@@ -129,6 +131,101 @@ void BM_IdleStreamerPlayLogic(benchmark::State& state) {
         zuvotest::drainEvents();
     }
 }
+
+// Hostile XML playlists of at most the fetch limit, each parsed 10 times:
+// wall and processor time per parse, peak resident size above the baseline
+// and the rows kept.
+// Each would expand into gigabytes of text if the reader were left alone.
+// piece repeated as often as it fits in bytes.
+QByteArray repeated(const QByteArray& piece, int bytes) {
+    QByteArray out;
+    out.reserve(bytes);
+    while (out.size() + piece.size() <= bytes)
+        out += piece;
+    return out;
+}
+
+PlaylistDocument hostileXml(int which) {
+    const QByteArray large = "<!ENTITY a \"" + QByteArray(4000, 'a') + "\">";
+    PlaylistDocument document;
+    document.url = QStringLiteral("http://bench.example/lists/hostile");
+    document.format = PlaylistFormat::asx;
+    switch (which) {
+    case 0: { // nested entities: l9 expands to 3 * 10^9 characters
+        QByteArray declaration = "<!DOCTYPE asx [<!ENTITY l0 \"lol\">";
+        for (int level = 1; level <= 9; ++level) {
+            const QByteArray reference = "&l" + QByteArray::number(level - 1) + ";";
+            declaration += "<!ENTITY l" + QByteArray::number(level) + " \"" +
+                           repeated(reference, 10 * reference.size()) + "\">";
+        }
+        document.body = declaration + "]><asx><entry><ref href='a.mp3'/></entry><entry><title>&l9;</title>"
+                                      "<ref href='b.mp3'/></entry></asx>";
+        break;
+    }
+    case 1: // one 4000-character entity referenced 1.7 million times in one text run
+        document.body = "<!DOCTYPE asx [" + large +
+                        "]><asx><entry><ref href='a.mp3'/></entry><entry><title>" +
+                        repeated("&a;", zuvobench::FiveMiB - 200) + "</title></entry></asx>";
+        break;
+    case 2: // the same in one attribute value
+        document.format = PlaylistFormat::wpl;
+        document.body = "<?wpl version=\"1.0\"?><!DOCTYPE smil [" + large +
+                        "]><smil><media src='a'/><media src='" + repeated("&a;", zuvobench::FiveMiB - 200) +
+                        "'/></smil>";
+        break;
+    default: // a 4000-character default attribute on 650,000 elements
+        document.format = PlaylistFormat::wpl;
+        document.body = "<?wpl version=\"1.0\"?><!DOCTYPE smil [<!ATTLIST media src CDATA \"" +
+                        QByteArray(4000, 'a') + "\">]><smil>" +
+                        repeated("<media/>", zuvobench::FiveMiB - 4100) + "</smil>";
+        break;
+    }
+    return document;
+}
+
+void BM_HostileXml(benchmark::State& state, int which) {
+    constexpr int Parses = 10;
+    const PlaylistDocument document = hostileXml(which);
+    zuvobench::ParseSubject subject(document);
+    for (auto _ : state) {
+        malloc_trim(0);
+        const zuvobench::Resident before = zuvobench::residentNow();
+        if (!zuvobench::resetPeakResident()) {
+            state.SkipWithError("the kernel refused to reset the peak resident size");
+            break;
+        }
+        int rows = 0;
+        bool ok = true;
+        const std::clock_t cpuStart = std::clock();
+        const zuvobench::Clock::time_point start = zuvobench::Clock::now();
+        for (int i = 0; i < Parses; ++i) {
+            const PlayListParser::Result result = subject.parse();
+            rows = result.rows.size();
+            ok = ok && result.ok;
+        }
+        const double parseSeconds = zuvobench::seconds(zuvobench::Clock::now() - start) / Parses;
+        const double cpuSeconds = double(std::clock() - cpuStart) / CLOCKS_PER_SEC / Parses;
+        const zuvobench::Resident after = zuvobench::residentNow();
+        if (!ok) {
+            state.SkipWithError("the parser did not accept its document");
+            break;
+        }
+        state.counters["bytes"] = document.body.size();
+        state.counters["rows"] = rows;
+        state.counters["parse_ms"] = parseSeconds * 1e3;
+        state.counters["parse_cpu_ms"] = cpuSeconds * 1e3; // less disturbed by a busy machine
+        state.counters["peak_above_MiB"] = (double(after.peak) - double(before.current)) / MiB;
+    }
+}
+
+BENCHMARK_CAPTURE(BM_HostileXml, billionLaughs, 0)->Name("Memory/HostileXml/billionLaughs")->Iterations(1);
+BENCHMARK_CAPTURE(BM_HostileXml, textReferences, 1)->Name("Memory/HostileXml/textReferences")->Iterations(1);
+BENCHMARK_CAPTURE(BM_HostileXml, attributeReferences, 2)
+    ->Name("Memory/HostileXml/attributeReferences")
+    ->Iterations(1);
+BENCHMARK_CAPTURE(BM_HostileXml, attributeDefaults, 3)
+    ->Name("Memory/HostileXml/attributeDefaults")
+    ->Iterations(1);
 
 BENCHMARK(BM_M3UPeak)->Name("Memory/M3U/5MiB")->Iterations(1);
 BENCHMARK(BM_M3UPeakAllEntries)->Name("Memory/M3U/5MiB/allEntries")->Iterations(1);

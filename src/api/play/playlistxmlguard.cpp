@@ -3,6 +3,7 @@
 #include <QHash>
 #include <QSet>
 #include <QTextCodec>
+#include <cstring>
 
 namespace {
 
@@ -125,7 +126,9 @@ QString decoded(const QByteArray& body, const QString& declaredEncoding) {
 bool mayDeclareEntities(const QByteArray& body) {
     const bool wide = body.size() >= 2 && (body.at(0) == 0 || body.at(1) == 0 || uchar(body.at(0)) == 0xfe ||
                                            uchar(body.at(0)) == 0xff);
-    return wide || body.contains("<!ENTITY");
+    // memmem: several times faster than QByteArray::contains() on a large body
+    static const char declaration[] = "<!ENTITY";
+    return wide || memmem(body.constData(), size_t(body.size()), declaration, sizeof(declaration) - 1);
 }
 
 // The decoded body up to the first entity reference that takes the
