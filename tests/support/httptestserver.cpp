@@ -139,7 +139,11 @@ private:
     }
 
     void on_socket_bytesWritten() {
-        if (m_state == State::Sending && !m_trickleTimer.isActive())
+        if (m_state != State::Sending)
+            return;
+        if (!m_headSent)
+            sendHead();
+        else if (!m_trickleTimer.isActive())
             pump();
     }
 
@@ -203,6 +207,10 @@ private:
         case HttpTestRoute::Behaviour::CloseWithoutAnswer:
             close();
             return;
+        case HttpTestRoute::Behaviour::Raw:
+            m_socket->write(route.body);
+            close();
+            return;
         case HttpTestRoute::Behaviour::Answer:
             m_body = route.gzip ? HttpTestServer::gzip(route.body) : route.body;
             m_bodyTotal = m_body.size();
@@ -213,17 +221,37 @@ private:
             break;
         }
         m_bodySent = 0;
+        m_rawHeadersSent = 0;
+        m_headSent = false;
         m_state = State::Sending;
-        m_socket->write(head());
-        if (route.trickleBytes > 0 && route.behaviour == HttpTestRoute::Behaviour::Answer)
-            m_trickleTimer.start(qMax(1, route.trickleIntervalMs));
+        m_socket->write("HTTP/1.1 " + QByteArray::number(m_route.status) + ' ' +
+                        reasonPhrase(m_route.status) + "\r\n");
+        sendHead();
+    }
+
+    // Writes the raw header lines in pieces while the client keeps up (a
+    // flood of megabytes must not hold up the event loop), then the other
+    // fields, then starts the body.
+    void sendHead() {
+        const QByteArray& raw = m_route.rawHeaders;
+        while (m_rawHeadersSent < raw.size() && m_socket->bytesToWrite() < WriteAheadBytes) {
+            const qint64 piece = qMin<qint64>(PieceBytes, raw.size() - m_rawHeadersSent);
+            m_socket->write(raw.constData() + m_rawHeadersSent, piece);
+            m_rawHeadersSent += piece;
+        }
+        if (m_rawHeadersSent < raw.size())
+            return;
+        m_headSent = true;
+        m_socket->write(headerFields());
+        if (m_route.trickleBytes > 0 && m_route.behaviour == HttpTestRoute::Behaviour::Answer)
+            m_trickleTimer.start(qMax(1, m_route.trickleIntervalMs));
         else
             pump();
     }
 
-    QByteArray head() const {
-        QByteArray out =
-            "HTTP/1.1 " + QByteArray::number(m_route.status) + ' ' + reasonPhrase(m_route.status) + "\r\n";
+    // The header fields but the raw ones, and the blank line that ends them.
+    QByteArray headerFields() const {
+        QByteArray out;
         for (const auto& header : m_route.headers)
             out += header.first + ": " + header.second + "\r\n";
         if (m_route.gzip)
@@ -310,6 +338,8 @@ private:
     QByteArray m_body;
     qint64 m_bodyTotal = 0;
     qint64 m_bodySent = 0;
+    qint64 m_rawHeadersSent = 0;
+    bool m_headSent = false;
     bool m_closeAfter = false;
 };
 
@@ -389,16 +419,24 @@ void HttpTestServer::setEndlessText(const QString& path, const QByteArray& head,
 
 void HttpTestServer::setGzip(const QString& path, const QByteArray& plainBody) {
     HttpTestRoute route;
-    route.body = plainBody;
-    route.gzip = true;
+    route.body = gzip(plainBody);
+    route.headers = {{"Content-Encoding", "gzip"}};
     setRoute(path, route);
 }
 
-void HttpTestServer::setHeaderFlood(const QString& path, int count, int valueBytes) {
+void HttpTestServer::setHeaderFlood(const QString& path, int count, int valueBytes, const QByteArray& body) {
     HttpTestRoute route;
-    route.body = "flood";
+    route.body = body;
+    const QByteArray value = ": " + QByteArray(valueBytes, 'v') + "\r\n";
     for (int i = 0; i < count; ++i)
-        route.headers.append({"X-Flood-" + QByteArray::number(i), QByteArray(valueBytes, 'v')});
+        route.rawHeaders += "X-Flood-" + QByteArray::number(i) + value;
+    setRoute(path, route);
+}
+
+void HttpTestServer::setRaw(const QString& path, const QByteArray& answer) {
+    HttpTestRoute route;
+    route.behaviour = HttpTestRoute::Behaviour::Raw;
+    route.body = answer;
     setRoute(path, route);
 }
 

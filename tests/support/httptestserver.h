@@ -20,7 +20,8 @@ struct HttpTestRoute {
         Answer,             // status line, headers and body as scripted
         NeverAnswer,        // read the request, then stay silent until the client gives up
         CloseWithoutAnswer, // read the request, then close the connection
-        Endless             // stream generated body bytes until the client closes or endlessLimit
+        Endless,            // stream generated body bytes until the client closes or endlessLimit
+        Raw                 // send body exactly as it is (no status line or header of ours), then close
     };
     // How the end of the body is marked.
     enum class Framing {
@@ -32,6 +33,8 @@ struct HttpTestRoute {
     Behaviour behaviour = Behaviour::Answer;
     int status = 200;
     Headers headers; // sent first, as given
+    // Header lines ("Name: value\r\n" each) sent after headers, as they are.
+    QByteArray rawHeaders;
     QByteArray body; // the plain body (before gzip)
     Framing framing = Framing::ContentLength;
     // Content-Length to announce instead of the real one; when larger, the
@@ -94,9 +97,14 @@ public:
     void setEndlessText(const QString& path, const QByteArray& head, const QByteArray& repeat,
                         HttpTestRoute::Framing framing = HttpTestRoute::Framing::Chunked,
                         qint64 upperLimit = 64 * 1024 * 1024);
+    // The body is compressed here, once, not while the answer is sent.
     void setGzip(const QString& path, const QByteArray& plainBody);
-    // A 200 answer carrying `count` extra header fields of valueBytes each.
-    void setHeaderFlood(const QString& path, int count, int valueBytes = 32);
+    // A 200 answer carrying `count` extra header fields of valueBytes each
+    // (built here, once) before body.
+    void setHeaderFlood(const QString& path, int count, int valueBytes = 32,
+                        const QByteArray& body = "flood");
+    // Sends answer as it is, then closes the connection.
+    void setRaw(const QString& path, const QByteArray& answer);
 
     int requestCount(const QString& path) const { return m_requestCounts.value(path); }
     int totalRequestCount() const;

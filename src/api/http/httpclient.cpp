@@ -1,8 +1,8 @@
 #include "httpclient.h"
 
+#include "httpcurlmulti.h"
 #include "httptransfer.h"
 
-#include <QNetworkAccessManager>
 #include <atomic>
 #include <log4cplus/logger.h>
 #include <log4cplus/loggingmacros.h>
@@ -33,7 +33,7 @@ HttpClient::HttpClient(QObject* parent, HttpVersion version, bool followRedirect
     : QObject(parent)
     , m_version(version)
     , m_followRedirects(followRedirects)
-    , m_network(new QNetworkAccessManager(this)) {}
+    , m_multi(new HttpCurlMulti(this)) {}
 
 HttpClient::~HttpClient() {
     if (!m_requests.empty())
@@ -51,10 +51,10 @@ HttpClient::RequestId HttpClient::get(const ZuvoUrl& url, const HttpClientOption
     protocol.followRedirects = m_followRedirects;
 
     auto pending = std::make_unique<Pending>();
-    pending->transfer = std::make_unique<HttpTransfer>(m_network, url, options, protocol);
+    pending->transfer = std::make_unique<HttpTransfer>(m_multi, url, options, protocol);
     pending->callback = std::move(callback);
-    // Queued, so that no callback ever runs inside get() or inside a signal of
-    // QtNetwork (a callback may delete this client and with it the replies).
+    // Queued, so that no callback ever runs inside get() or inside libcurl's
+    // processing (a callback may delete this client and with it the transfers).
     connect(
         pending->transfer.get(), &HttpTransfer::finished, this, [this, id] { deliver(id); },
         Qt::QueuedConnection);

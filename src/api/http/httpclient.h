@@ -9,17 +9,19 @@
 #include <memory>
 #include <unordered_map>
 
-class HttpTransfer;
-class QNetworkAccessManager;
+class HttpCurlMulti;
 
 // Never defined: a RequestId only names a request, it is never dereferenced.
 struct HttpClientRequest;
 
-// Fetches URLs with GET on QtNetwork, one callback per request.
+// Fetches URLs with GET on libcurl, one callback per request.
 //
 // Thread: a client lives on the thread that created it, which must run an
 // event loop; all its functions are called there and every callback arrives
-// there. Do not move it to another thread.
+// there. Do not move it to another thread. Transfers run in small steps from
+// that event loop (socket notifiers and one timer drive libcurl's multi
+// interface); the client starts no thread of its own (libcurl may run one
+// for the duration of a host-name lookup).
 //
 // Completion: get() always returns a fresh non-null id and the callback is
 // called exactly once, always from the event loop and never inside get() (not
@@ -28,21 +30,19 @@ struct HttpClientRequest;
 // delete the client.
 //
 // Limits: each request obeys its HttpClientOptions: a total time limit, a hard
-// cap on the body kept (checked against Content-Length and counted as bytes
-// arrive; the transfer is aborted past it), a bounded number of redirects that
-// never lead from https to http or to a non-http scheme. Failures, including
-// any malformed input, come back as an HttpClientStatus, never as an exception.
+// cap on the response header, a hard cap on the body kept (checked against an
+// unencoded Content-Length and counted as bytes arrive; the transfer is
+// aborted past it), a bounded number of redirects that never lead from https
+// to http or to a scheme other than http and https. TLS peers are verified
+// against the system's certificate store, host name included. Failures,
+// including any malformed input, come back as an HttpClientStatus, never as
+// an exception.
 //
-// A gzip or deflate body is decoded by the client (it asks for those
+// A gzip or deflate body is decoded by libcurl (the client asks for those
 // encodings), and the limit counts decoded bytes.
 //
-// Each client owns its own QNetworkAccessManager, so its own connections (kept
-// alive between its requests); requests neither send nor store cookies.
-//
-// Known limit: QtNetwork 5.15 accepts any number of response header fields and
-// merges them in time quadratic in their count, on this thread; tens of
-// thousands of fields block the event loop (the total time limit cannot fire
-// meanwhile) until Qt is done.
+// Each client has its own connections (kept alive between its requests);
+// requests neither send nor store cookies and use no proxy.
 class HttpClient : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY(HttpClient)
@@ -86,6 +86,6 @@ private:
 
     const HttpVersion m_version;
     const bool m_followRedirects;
-    QNetworkAccessManager* m_network; // child of this
+    HttpCurlMulti* m_multi; // child of this
     std::unordered_map<RequestId, std::unique_ptr<Pending>> m_requests;
 };

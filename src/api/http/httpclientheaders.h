@@ -7,8 +7,7 @@
 
 // The header fields of an HTTP response, in the order received. Names are
 // matched case-insensitively; a field the server repeated appears once, its
-// values joined by ", " (as QtNetwork delivers them). Values are the raw bytes
-// read as Latin-1. A value type; cheap to copy.
+// values joined by ", ". Values are the raw bytes read as Latin-1. A value type; cheap to copy.
 class HttpClientHeaders {
 public:
     HttpClientHeaders() = default;

@@ -43,6 +43,15 @@ qint64 HttpClientOptions::effectiveReadSizeLimit() const {
                                                                              : m_readSizeLimit;
 }
 
+void HttpClientOptions::setHeaderSizeLimit(qint64 bytes) {
+    m_headerSizeLimit = qMax<qint64>(0, bytes);
+}
+
+qint64 HttpClientOptions::effectiveHeaderSizeLimit() const {
+    return (m_headerSizeLimit == 0 || m_headerSizeLimit > AbsoluteHeaderSizeLimit) ? AbsoluteHeaderSizeLimit
+                                                                                   : m_headerSizeLimit;
+}
+
 void HttpClientOptions::setMaxRedirects(int count) {
     m_maxRedirects = qMax(0, count);
 }

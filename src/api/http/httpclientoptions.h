@@ -18,11 +18,14 @@ public:
     // Hard bound on any body, also when no read-size limit is set: a
     // QByteArray cannot hold much more, and nothing we fetch needs more.
     static constexpr qint64 AbsoluteReadSizeLimit = qint64(1) << 30;
+    static constexpr qint64 DefaultHeaderSizeLimit = 64 * 1024;
+    static constexpr qint64 AbsoluteHeaderSizeLimit = 1024 * 1024;
 
     HttpClientOptions() = default;
 
     // Total time allowed for the whole transfer, redirects included, from the
-    // call to get() to the last body byte; 0 means no limit. (This is not an
+    // call to get() (the transfer starts on the next turn of the event loop)
+    // to the last body byte; 0 means no limit. (This is not an
     // inactivity timeout: a server that trickles bytes still runs out of time.)
     void setTimeoutMs(int timeoutMs);
     int timeoutMs() const { return m_timeoutMs; }
@@ -37,12 +40,24 @@ public:
     // when that is 0 or larger.
     qint64 effectiveReadSizeLimit() const;
 
+    // Most bytes of response header (status lines and fields, of every
+    // answer of the transfer, redirects included); a longer header ends the
+    // transfer with headerSizeExceeded. 0 means no limit of our own; the
+    // header is then still bounded by AbsoluteHeaderSizeLimit.
+    void setHeaderSizeLimit(qint64 bytes);
+    qint64 headerSizeLimit() const { return m_headerSizeLimit; }
+    // The limit a transfer applies: headerSizeLimit(), or
+    // AbsoluteHeaderSizeLimit when that is 0 or larger.
+    qint64 effectiveHeaderSizeLimit() const;
+
     // Most redirects followed (when the client follows redirects at all).
     void setMaxRedirects(int count);
     int maxRedirects() const { return m_maxRedirects; }
 
     // Whether file: URLs are read. Off by default: only http and https are
-    // fetched. Local files obey the read-size limit too.
+    // fetched, for the request and for every redirect (a redirect never leads
+    // to a local file, nor from https to http). Local files obey the
+    // read-size limit too.
     void setAllowLocalFiles(bool allow) { m_allowLocalFiles = allow; }
     bool allowLocalFiles() const { return m_allowLocalFiles; }
 
@@ -57,6 +72,7 @@ public:
 private:
     int m_timeoutMs = DefaultTimeoutMs;
     qint64 m_readSizeLimit = DefaultReadSizeLimit;
+    qint64 m_headerSizeLimit = DefaultHeaderSizeLimit;
     int m_maxRedirects = DefaultMaxRedirects;
     bool m_allowLocalFiles = false;
     RawHeaders m_requestHeaders;

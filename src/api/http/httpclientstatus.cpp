@@ -27,6 +27,10 @@ const char* statusName(HttpClientStatus::Enum status) {
         return "tooManyRedirects";
     case HttpClientStatus::networkError:
         return "networkError";
+    case HttpClientStatus::headerSizeExceeded:
+        return "headerSizeExceeded";
+    case HttpClientStatus::protocolError:
+        return "protocolError";
     }
     return "unknown";
 }

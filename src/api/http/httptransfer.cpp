@@ -1,8 +1,8 @@
 #include "httptransfer.h"
 
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
-#include <QNetworkRequest>
+#include "httpcurlmulti.h"
+
+#include <QTimer>
 #include <log4cplus/logger.h>
 #include <log4cplus/loggingmacros.h>
 
@@ -13,36 +13,21 @@ log4cplus::Logger& logger() {
     return instance;
 }
 
-// Bytes moved from QtNetwork's buffer per read; also the bound of that buffer,
-// so that QtNetwork stops reading the socket instead of buffering a body we may
-// throw away.
-constexpr qint64 ReadChunk = 64 * 1024;
-
-// Encodings HttpContentDecoder handles. Sending the header ourselves also keeps
-// QtNetwork from decompressing on its own, unbounded.
+// The encodings asked for; libcurl decodes them before the body reaches us,
+// so the body limit counts decoded bytes.
 const char AcceptEncoding[] = "gzip, deflate";
+
+// Most body bytes taken in one turn of the event loop; past them the transfer
+// pauses until the next turn, so that neither a fast peer nor a compressed
+// body holds up the thread.
+constexpr qint64 TurnBytes = 256 * 1024;
+// libcurl's receive buffer, its smallest. libcurl decodes a whole buffer's
+// worth of compressed input at once, whatever the receiver says, and deflate
+// expands at most about a thousandfold: this bounds the work of one turn.
+constexpr long ReceiveBufferBytes = 1024;
 
 std::string text(const QString& value) {
     return value.toStdString();
-}
-
-HttpClientStatus::Enum statusFor(QNetworkReply::NetworkError error, int httpCode) {
-    switch (error) {
-    case QNetworkReply::ConnectionRefusedError:
-        return HttpClientStatus::connectionRefused;
-    case QNetworkReply::HostNotFoundError:
-        return HttpClientStatus::hostNotFound;
-    case QNetworkReply::TooManyRedirectsError:
-        return HttpClientStatus::tooManyRedirects;
-    case QNetworkReply::ProtocolUnknownError:
-        // Only a redirect can get here: the first URL's scheme is checked before.
-        return HttpClientStatus::unsupportedScheme;
-    default:
-        break;
-    }
-    if (httpCode > 0 && (httpCode < 200 || httpCode > 299))
-        return HttpClientStatus::httpError;
-    return error == QNetworkReply::NoError ? HttpClientStatus::ok : HttpClientStatus::networkError;
 }
 
 bool isLocalHost(const QString& host) {
@@ -58,25 +43,54 @@ void reserveFor(QByteArray& body, qint64 needed, qint64 limit) {
     body.reserve(int(qMin(grown, limit)));
 }
 
+HttpClientStatus::Enum statusFor(CURLcode code, long httpCode) {
+    switch (code) {
+    case CURLE_OPERATION_TIMEDOUT:
+        return HttpClientStatus::timeout;
+    case CURLE_COULDNT_CONNECT:
+        return HttpClientStatus::connectionRefused;
+    case CURLE_COULDNT_RESOLVE_HOST:
+        return HttpClientStatus::hostNotFound;
+    case CURLE_URL_MALFORMAT:
+        return HttpClientStatus::invalidUrl;
+    case CURLE_UNSUPPORTED_PROTOCOL:
+        // A redirect to a refused scheme (the first URL's scheme is checked
+        // before), or an answer that is no HTTP/1.x or HTTP/2 at all.
+        return httpCode >= 300 && httpCode < 400 ? HttpClientStatus::unsupportedScheme
+                                                 : HttpClientStatus::protocolError;
+    case CURLE_TOO_MANY_REDIRECTS:
+        return HttpClientStatus::tooManyRedirects;
+    case CURLE_WEIRD_SERVER_REPLY:
+    case CURLE_HTTP2:
+    case CURLE_HTTP2_STREAM:
+    case CURLE_HTTP3:
+        return HttpClientStatus::protocolError;
+    default:
+        return HttpClientStatus::networkError;
+    }
+}
+
+QByteArray trimmedLine(const char* data, size_t size) {
+    return QByteArray::fromRawData(data, int(size)).trimmed();
+}
+
 } // namespace
 
-HttpTransfer::HttpTransfer(QNetworkAccessManager* network, const ZuvoUrl& url,
-                           const HttpClientOptions& options, Protocol protocol, QObject* parent)
+HttpTransfer::HttpTransfer(HttpCurlMulti* multi, const ZuvoUrl& url, const HttpClientOptions& options,
+                           Protocol protocol, QObject* parent)
     : QObject(parent)
-    , m_network(network)
+    , m_multi(multi)
     , m_options(options)
     , m_protocol(protocol)
-    , m_sizeLimit(options.effectiveReadSizeLimit())
-    , m_totalTimeoutTimer(this) {
-    m_totalTimeoutTimer.setObjectName(QStringLiteral("totalTimeoutTimer"));
-    m_totalTimeoutTimer.setSingleShot(true);
-    connect(&m_totalTimeoutTimer, &QTimer::timeout, this, &HttpTransfer::on_totalTimeoutTimer_timeout);
+    , m_bodyLimit(options.effectiveReadSizeLimit())
+    , m_headerLimit(options.effectiveHeaderSizeLimit()) {
     m_result.setUrl(url);
     m_result.setFinalUrl(url);
 }
 
 HttpTransfer::~HttpTransfer() {
-    releaseReply();
+    if (m_added)
+        m_multi->remove(m_easy.get());
 }
 
 void HttpTransfer::start() {
@@ -87,30 +101,13 @@ void HttpTransfer::start() {
         finish(refusal, reason);
         return;
     }
-
-    QNetworkRequest request(m_result.url().toQUrl());
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         m_protocol.followRedirects ? QNetworkRequest::NoLessSafeRedirectPolicy
-                                                    : QNetworkRequest::ManualRedirectPolicy);
-    request.setMaximumRedirectsAllowed(m_options.maxRedirects());
-    request.setAttribute(QNetworkRequest::Http2AllowedAttribute, m_protocol.http2);
-    // Every fetch stands alone: no cookies kept from or for other requests.
-    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
-    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
-    request.setRawHeader("Accept-Encoding", AcceptEncoding);
-    for (const auto& header : m_options.requestHeaders())
-        request.setRawHeader(header.first, header.second);
-
-    if (m_options.timeoutMs() > 0)
-        m_totalTimeoutTimer.start(m_options.timeoutMs());
-
-    m_reply = m_network->get(request);
-    m_reply->setReadBufferSize(ReadChunk);
-    connect(m_reply, &QNetworkReply::metaDataChanged, this, &HttpTransfer::on_reply_metaDataChanged);
-    connect(m_reply, &QNetworkReply::readyRead, this, &HttpTransfer::on_reply_readyRead);
-    connect(m_reply, &QNetworkReply::finished, this, &HttpTransfer::on_reply_finished);
-    LOG4CPLUS_TRACE(logger(), "GET " << text(m_result.url().toString()) << " (timeout "
-                                     << m_options.timeoutMs() << " ms, limit " << m_sizeLimit << " bytes)");
+    if (!configure() || !m_multi->add(m_easy.get(), [this](CURLcode code) { onDone(code); })) {
+        finish(HttpClientStatus::networkError, QStringLiteral("The transfer cannot be set up"));
+        return;
+    }
+    m_added = true;
+    LOG4CPLUS_TRACE(logger(), "GET " << m_curlUrl.constData() << " (timeout " << m_options.timeoutMs()
+                                     << " ms, limit " << m_bodyLimit << " bytes)");
 }
 
 QString HttpTransfer::checkUrl(HttpClientStatus::Enum* status) const {
@@ -142,128 +139,199 @@ QString HttpTransfer::checkUrl(HttpClientStatus::Enum* status) const {
     return QStringLiteral("Unsupported URL scheme \"%1\"").arg(scheme);
 }
 
-int HttpTransfer::httpCode() const {
-    // QtNetwork gives file: replies a made-up code 200; only HTTP has codes.
-    if (!m_reply || m_result.url().scheme() == QLatin1String("file"))
-        return 0;
-    return m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-}
-
-void HttpTransfer::on_reply_metaDataChanged() {
-    // Decided anew for every answer, as a followed redirect has its own.
-    // A declared length says early whether the body will pass the limit. With
-    // a content encoding it counts encoded bytes, while the limit counts the
-    // decoded ones we keep, so only an unencoded length is trusted.
-    const QByteArray encoding = m_reply->rawHeader("Content-Encoding");
-    m_decoder = HttpContentDecoder::forEncoding(encoding);
-    const QByteArray trimmed = encoding.trimmed().toLower();
-    const QVariant length = m_reply->header(QNetworkRequest::ContentLengthHeader);
-    m_declaredOverLimit =
-        length.isValid() && (trimmed.isEmpty() || trimmed == "identity") && length.toLongLong() > m_sizeLimit;
-    if (m_declaredOverLimit) {
-        LOG4CPLUS_DEBUG(logger(), "Content-Length " << length.toLongLong() << " of "
-                                                    << text(m_result.url().toString())
-                                                    << " passes the limit of " << m_sizeLimit << " bytes");
-    }
-}
-
-void HttpTransfer::on_reply_readyRead() {
-    readAvailable();
-}
-
-bool HttpTransfer::readAvailable() {
-    const QString overLimit =
-        QStringLiteral("The body is larger than the limit of %1 bytes").arg(m_sizeLimit);
-    const HttpContentDecoder::Sink sink = [this](const char* data, qint64 size) { return keep(data, size); };
-    while (m_reply->bytesAvailable() > 0) {
-        const QByteArray chunk = m_reply->read(ReadChunk);
-        if (chunk.isEmpty())
-            break;
-        const HttpContentDecoder::Result result =
-            m_decoder ? m_decoder->decode(chunk, sink)
-                      : (keep(chunk.constData(), chunk.size()) ? HttpContentDecoder::Result::Ok
-                                                               : HttpContentDecoder::Result::Stopped);
-        if (result == HttpContentDecoder::Result::Stopped) {
-            finish(HttpClientStatus::sizeLimitExceeded, overLimit);
-            return false;
-        }
-        if (result == HttpContentDecoder::Result::Corrupt) {
-            finish(HttpClientStatus::networkError, QStringLiteral("The compressed body cannot be decoded"));
-            return false;
-        }
-    }
-    if (m_declaredOverLimit && m_body.size() >= m_sizeLimit) {
-        // No need to wait for a byte past the limit: the server announced more.
-        finish(HttpClientStatus::sizeLimitExceeded, overLimit);
+bool HttpTransfer::configure() {
+    m_easy.reset(curl_easy_init());
+    CURL* const easy = m_easy.get();
+    if (!easy)
         return false;
+    for (const auto& header : m_options.requestHeaders()) {
+        // "Name;" is libcurl's way of sending a field with an empty value.
+        const QByteArray field =
+            header.second.isEmpty() ? header.first + ';' : header.first + ": " + header.second;
+        curl_slist* const list = curl_slist_append(m_requestHeaders.get(), field.constData());
+        if (!list)
+            return false;
+        m_requestHeaders.release();
+        m_requestHeaders.reset(list);
     }
-    return true;
+    m_curlUrl = m_result.url().toQUrl().toEncoded();
+    // A redirect never leads to a less safe scheme, nor to a local file.
+    const bool secure = m_result.url().scheme() == QLatin1String("https");
+    const char* const protocols = m_options.allowLocalFiles() ? "http,https,file" : "http,https";
+
+    bool ok = true;
+    const auto set = [&](CURLoption option, auto value) {
+        ok = ok && curl_easy_setopt(easy, option, value) == CURLE_OK;
+    };
+    set(CURLOPT_URL, m_curlUrl.constData());
+    set(CURLOPT_PROTOCOLS_STR, protocols);
+    set(CURLOPT_REDIR_PROTOCOLS_STR, secure ? "https" : "http,https");
+    set(CURLOPT_FOLLOWLOCATION, long(m_protocol.followRedirects));
+    set(CURLOPT_MAXREDIRS, long(m_options.maxRedirects()));
+    set(CURLOPT_TIMEOUT_MS, long(m_options.timeoutMs()));
+    set(CURLOPT_HTTP_VERSION, long(m_protocol.http2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1));
+    set(CURLOPT_ACCEPT_ENCODING, AcceptEncoding);
+    set(CURLOPT_SSL_VERIFYPEER, 1L);
+    set(CURLOPT_SSL_VERIFYHOST, 2L);
+    // Like before libcurl: no proxy from the environment, no cookies, no
+    // signals (this is not the only thread of the process).
+    set(CURLOPT_PROXY, "");
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_HTTPHEADER, m_requestHeaders.get());
+    set(CURLOPT_ERRORBUFFER, m_errorBuffer);
+    set(CURLOPT_BUFFERSIZE, ReceiveBufferBytes);
+    set(CURLOPT_WRITEFUNCTION, &HttpTransfer::writeCallback);
+    set(CURLOPT_WRITEDATA, static_cast<void*>(this));
+    set(CURLOPT_HEADERFUNCTION, &HttpTransfer::headerCallback);
+    set(CURLOPT_HEADERDATA, static_cast<void*>(this));
+    return ok;
 }
 
-bool HttpTransfer::keep(const char* data, qint64 size) {
-    const qint64 taken = qMin(size, m_sizeLimit - m_body.size());
-    reserveFor(m_body, m_body.size() + taken, m_sizeLimit);
+size_t HttpTransfer::writeCallback(char* data, size_t size, size_t count, void* self) {
+    return static_cast<HttpTransfer*>(self)->onBody(data, size * count);
+}
+
+size_t HttpTransfer::headerCallback(char* data, size_t size, size_t count, void* self) {
+    return static_cast<HttpTransfer*>(self)->onHeaderLine(data, size * count);
+}
+
+size_t HttpTransfer::onBody(const char* data, size_t size) {
+    if (m_turnBytes >= TurnBytes) {
+        // libcurl keeps these bytes (and what it decodes meanwhile) and hands
+        // them over again once resumed.
+        if (!m_resumeQueued) {
+            m_resumeQueued = true;
+            QTimer::singleShot(0, this, &HttpTransfer::resume);
+        }
+        return CURL_WRITEFUNC_PAUSE;
+    }
+    m_turnBytes += qint64(size);
+    const qint64 taken = qMin(qint64(size), m_bodyLimit - m_body.size());
+    reserveFor(m_body, m_body.size() + taken, m_bodyLimit);
     m_body.append(data, int(taken));
-    return taken == size;
-}
-
-void HttpTransfer::on_reply_finished() {
-    if (!readAvailable())
-        return;
-    const HttpClientStatus::Enum status = statusFor(m_reply->error(), httpCode());
-    if (status == HttpClientStatus::ok && m_decoder && m_decoder->isIncomplete()) {
-        finish(HttpClientStatus::networkError, QStringLiteral("The compressed body ends early"));
-        return;
+    // No need to wait for a byte past the limit when the server announced more.
+    if (taken < qint64(size) || (m_declaredLength > m_bodyLimit && m_body.size() >= m_bodyLimit)) {
+        m_stop = Stop::BodyLimit;
+        return 0;
     }
-    finish(status, m_reply->errorString());
+    return size;
 }
 
-void HttpTransfer::on_totalTimeoutTimer_timeout() {
-    if (m_reply && !readAvailable())
+size_t HttpTransfer::onHeaderLine(const char* data, size_t size) {
+    m_headerBytes += qint64(size);
+    if (m_headerBytes > m_headerLimit) {
+        m_stop = Stop::HeaderLimit;
+        return 0;
+    }
+    const QByteArray line = trimmedLine(data, size);
+    if (line.startsWith("HTTP/")) {
+        // The status line of a new answer (after a redirect or a 1xx).
+        m_fields.clear();
+        m_fieldIndex.clear();
+        m_declaredLength = -1;
+        return size;
+    }
+    if (line.isEmpty()) {
+        // The end of the header block. A declared length says early whether
+        // the body will pass the limit; with a content encoding it counts
+        // encoded bytes while the limit counts decoded ones, so only an
+        // unencoded length is trusted.
+        const int encoding = m_fieldIndex.value("content-encoding", -1);
+        const int length = m_fieldIndex.value("content-length", -1);
+        const bool plain =
+            encoding < 0 || m_fields.at(encoding).second.compare("identity", Qt::CaseInsensitive) == 0;
+        bool valid = false;
+        const qint64 declared = length < 0 ? -1 : m_fields.at(length).second.toLongLong(&valid);
+        m_declaredLength = plain && valid ? declared : -1;
+        if (m_declaredLength > 0)
+            reserveFor(m_body, m_declaredLength, m_bodyLimit);
+        return size;
+    }
+    const int colon = line.indexOf(':');
+    if (colon <= 0) {
+        // libcurl refuses a line without a colon, except a folded
+        // continuation line (which it hands over without its leading blanks).
+        if (!m_fields.isEmpty())
+            m_fields.last().second += ' ' + line;
+        return size;
+    }
+    const QByteArray name = line.left(colon).trimmed();
+    const QByteArray value = line.mid(colon + 1).trimmed();
+    const QByteArray key = name.toLower();
+    const auto it = m_fieldIndex.constFind(key);
+    if (it == m_fieldIndex.constEnd()) {
+        m_fieldIndex.insert(key, m_fields.size());
+        m_fields.append({name, value});
+    } else {
+        m_fields[*it].second += ", " + value;
+    }
+    return size;
+}
+
+void HttpTransfer::resume() {
+    m_resumeQueued = false;
+    m_turnBytes = 0;
+    if (!m_added)
         return;
-    finish(HttpClientStatus::timeout,
-           QStringLiteral("No complete answer within %1 ms").arg(m_options.timeoutMs()));
+    // Hands the kept bytes over at once, so that a cap may be reached in here;
+    // then the transfer no longer runs and ends here too.
+    const CURLcode code = curl_easy_pause(m_easy.get(), CURLPAUSE_CONT);
+    if (code != CURLE_OK) {
+        m_multi->remove(m_easy.get());
+        onDone(code);
+    }
+}
+
+void HttpTransfer::onDone(CURLcode code) {
+    m_added = false;
+    HttpClientStatus::Enum status = HttpClientStatus::ok;
+    QString error;
+    long httpCode = 0;
+    if (m_result.url().scheme() != QLatin1String("file"))
+        curl_easy_getinfo(m_easy.get(), CURLINFO_RESPONSE_CODE, &httpCode);
+    m_result.setHttpCode(int(httpCode));
+    const char* effectiveUrl = nullptr;
+    curl_easy_getinfo(m_easy.get(), CURLINFO_EFFECTIVE_URL, &effectiveUrl);
+    if (effectiveUrl && m_curlUrl != effectiveUrl)
+        m_result.setFinalUrl(ZuvoUrl(QUrl::fromEncoded(effectiveUrl)));
+    HttpClientHeaders headers;
+    for (const auto& field : qAsConst(m_fields))
+        headers.append(QString::fromLatin1(field.first), QString::fromLatin1(field.second));
+    m_result.setHeaders(headers);
+
+    if (m_stop == Stop::BodyLimit) {
+        status = HttpClientStatus::sizeLimitExceeded;
+        error = QStringLiteral("The body is larger than the limit of %1 bytes").arg(m_bodyLimit);
+    } else if (m_stop == Stop::HeaderLimit) {
+        status = HttpClientStatus::headerSizeExceeded;
+        error = QStringLiteral("The response header is larger than the limit of %1 bytes").arg(m_headerLimit);
+    } else if (code != CURLE_OK) {
+        status = statusFor(code, httpCode);
+        error = QString::fromUtf8(m_errorBuffer[0] ? m_errorBuffer : curl_easy_strerror(code));
+    } else if (httpCode != 0 && (httpCode < 200 || httpCode > 299)) {
+        status = HttpClientStatus::httpError;
+        error = QStringLiteral("HTTP status %1").arg(httpCode);
+    }
+    finish(status, error);
 }
 
 void HttpTransfer::finish(HttpClientStatus::Enum status, const QString& errorString) {
     if (m_finished)
         return;
     m_finished = true;
-    m_totalTimeoutTimer.stop();
     m_result.setStatus(status);
     if (status != HttpClientStatus::ok)
         m_result.setErrorString(errorString);
+    // A declared length may have reserved far more than arrived.
+    if (m_body.capacity() - m_body.size() > 64 * 1024)
+        m_body.squeeze();
     m_result.setBody(m_body);
     m_body.clear();
-    if (m_reply) {
-        m_result.setHttpCode(httpCode());
-        if (m_reply->url() != m_result.url().toQUrl())
-            m_result.setFinalUrl(ZuvoUrl(m_reply->url()));
-        HttpClientHeaders headers;
-        for (const auto& field : m_reply->rawHeaderPairs())
-            headers.append(QString::fromLatin1(field.first), QString::fromLatin1(field.second));
-        m_result.setHeaders(headers);
-    }
-    releaseReply();
+    m_fields.clear();
+    m_fieldIndex.clear();
     LOG4CPLUS_DEBUG(logger(), "Finished " << text(m_result.url().toString()) << ": " << status << ", code "
                                           << m_result.httpCode() << ", " << m_result.body().size() << " bytes"
                                           << (m_result.errorString().isEmpty() ? "" : ", ")
                                           << text(m_result.errorString()));
     Q_EMIT finished();
-}
-
-void HttpTransfer::releaseReply() {
-    if (!m_reply)
-        return;
-    QNetworkReply* const reply = m_reply;
-    m_reply = nullptr;
-    // Disconnect first: abort() emits finished() at once, and nothing of this
-    // transfer may run for it.
-    disconnect(reply, nullptr, this, nullptr);
-    // A reply that already carries an error (an answer such as 404) must not
-    // go through QtNetwork's error path again, which abort() would do;
-    // deleting the reply ends its transfer all the same.
-    if (reply->isRunning() && reply->error() == QNetworkReply::NoError)
-        reply->abort();
-    reply->deleteLater();
 }
