@@ -158,6 +158,21 @@ def memory_section(runs):
     return text
 
 
+def fetch_section(runs):
+    name, memory, floor = "FetchAndParse/M3U/5MiB", "Memory/FetchAndParse/M3U/5MiB", "Memory/FetchAndParse/M3U/5MiB/floor"
+    ratio = median(runs, name, "ratio")
+    ours_peak, floor_peak = median(runs, memory, "peak_above_MiB"), median(runs, floor, "floor_MiB")
+    memory_ratio = None if ours_peak is None or not floor_peak else ours_peak / floor_peak
+    rows = [["wall time", fmt(median(runs, name, "floor_ms")) + " ms (curl " + fmt(median(runs, name, "curl_ms"))
+             + " ms)", fmt(median(runs, name, "ours_ms")) + " ms", fmt(ratio), "<= 1.5x", verdict(ratio, 1.5),
+             repetitions(runs, name)],
+            ["peak memory", fmt(median(runs, floor, "curl_peak_MiB")) + " MiB curl + "
+             + fmt(median(runs, floor, "peak_above_MiB")) + " MiB parse", fmt(ours_peak) + " MiB",
+             fmt(memory_ratio), "<= 1.5x", verdict(memory_ratio, 1.5), repetitions(runs, memory)]]
+    return "### Fetch and parse of the 5 MiB M3U from loopback against curl plus the parse of its file\n\n" + table(
+        ["what", "floor", "parse node", "ratio", "target", "", "runs"], rows)
+
+
 def trace_section(runs):
     rows = []
     for control in ("ping", "pause"):
@@ -178,7 +193,7 @@ def main():
     args = parser.parse_args()
     runs = load_runs(args.results)
     sections = [control_section(runs), hops_section(runs), parse_section(runs), peer_section(runs),
-                memory_section(runs), trace_section(runs)]
+                memory_section(runs), fetch_section(runs), trace_section(runs)]
     if args.library_size is not None:
         sections.append(f"### Library size\n\nStripped libzuvo_api_play.so: {args.library_size:,} bytes "
                         f"({args.library_size / 1024:.0f} KiB)")

@@ -17,8 +17,9 @@ dir=build-bench
 out=$dir/bench-results
 
 # Beyond the project's packages: the peer playlist parser the benchmarks
-# compare against, and strip for the library's size.
-bash scripts/deps.sh libtotem-plparser-dev binutils
+# compare against, the curl tool (the floor of the playlist fetch) and strip
+# for the library's size.
+bash scripts/deps.sh libtotem-plparser-dev curl binutils
 
 # As scripts/build.sh configures, but only the targets the figures need are
 # built (the benchmarks link the test helpers, so tests stay configured).
@@ -37,7 +38,8 @@ echo "== timing benchmarks ($repetitions repetitions, interleaved)"
   --benchmark_out="$out/timing.json" --benchmark_out_format=json >"$out/timing.txt" 2>"$out/timing.stderr"
 
 echo "== memory benchmarks ($repetitions processes each)"
-for name in 'Memory/M3U/5MiB' 'Memory/M3U/5MiB/allEntries' 'Memory/IdleStreamerPlayLogic'; do
+for name in 'Memory/M3U/5MiB' 'Memory/M3U/5MiB/allEntries' 'Memory/FetchAndParse/M3U/5MiB' \
+  'Memory/FetchAndParse/M3U/5MiB/floor' 'Memory/IdleStreamerPlayLogic'; do
   file=$(echo "$name" | tr '/' '-')
   for i in $(seq 1 "$repetitions"); do
     "$dir/bench/zuvo_bench_memory" --benchmark_filter="^${name}/iterations:" \
