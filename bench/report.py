@@ -186,6 +186,45 @@ def trace_section(runs):
          "target", "", "runs"], rows)
 
 
+def gst_latency_section(runs):
+    name = "GstPlayLatency/wav"
+    library, bare = median(runs, name, "library_ms"), median(runs, name, "bare_ms")
+    added, allowed = median(runs, name, "added_ms"), median(runs, name, "allowed_ms")
+    rows = [[fmt(bare), fmt(library), fmt(added), fmt(median(runs, name, "ratio")),
+             "<= max(10 %, 5 ms)" + (f" = {fmt(allowed)} ms" if allowed is not None else ""),
+             verdict(added, allowed) if allowed is not None else "not measured",
+             fmt(median(runs, name, "bare_render_ms")), fmt(median(runs, name, "library_render_ms")),
+             repetitions(runs, name)]]
+    return "### GStreamer streamer: play control to the first buffer at the sink (WAV, null sink)\n\n" + table(
+        ["bare playbin (ms)", "library (ms)", "added (ms)", "ratio", "target", "", "bare, rendered (ms)",
+         "library, rendered (ms)", "runs"], rows)
+
+
+GAP_FORMATS = (("wav", True), ("flac", True), ("vorbis", True), ("opus", True), ("mp3", False), ("aac", False))
+
+
+def gst_gap_section(runs):
+    rows = []
+    for fmt_name, zero in GAP_FORMATS:
+        name = f"GstGap/{fmt_name}"
+        if name not in runs:
+            continue
+        gap = median(runs, name, "gap_frames")
+        offset = median(runs, name, "offset_frames")
+        met = "not measured" if gap is None else ("met" if gap == 0 and offset == 0 else "**missed**")
+        rows.append([fmt_name, fmt(median(runs, name, "rate"), 0), fmt(median(runs, name, "track1_frames"), 0),
+                     fmt(median(runs, name, "track2_frames"), 0), fmt(median(runs, name, "output_frames"), 0),
+                     fmt(gap, 0), fmt(offset, 0), fmt(median(runs, name, "differing_samples"), 0),
+                     fmt(median(runs, name, "max_diff"), 0), fmt(median(runs, name, "padding_frames_1"), 0),
+                     fmt(median(runs, name, "padding_frames_2"), 0), "0" if zero else "as measured",
+                     met if zero else "reported"])
+    if not rows:
+        return "### GStreamer streamer: gap between tracks\n\nNot measured."
+    return "### GStreamer streamer: gap between two gapless tracks (frames)\n\n" + table(
+        ["format", "rate", "track 1 alone", "track 2 alone", "output", "gap", "track 2 offset",
+         "differing samples", "max diff", "padding 1", "padding 2", "target", ""], rows)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--library-size", type=int, help="stripped size of libzuvo_api_play.so in bytes")
@@ -194,6 +233,10 @@ def main():
     runs = load_runs(args.results)
     sections = [control_section(runs), hops_section(runs), parse_section(runs), peer_section(runs),
                 memory_section(runs), fetch_section(runs), trace_section(runs)]
+    if any(name.startswith("GstPlayLatency/") for name in runs):
+        sections.append(gst_latency_section(runs))
+    if any(name.startswith("GstGap/") for name in runs):
+        sections.append(gst_gap_section(runs))
     if args.library_size is not None:
         sections.append(f"### Library size\n\nStripped libzuvo_api_play.so: {args.library_size:,} bytes "
                         f"({args.library_size / 1024:.0f} KiB)")
