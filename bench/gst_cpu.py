@@ -39,13 +39,21 @@ def start(command):
                             stderr=subprocess.DEVNULL)
 
 
-def finish(process, began):
-    _, status, usage = os.wait4(process.pid, 0)
-    elapsed = time.monotonic() - began
-    process.returncode = os.waitstatus_to_exitcode(status)
-    process.stdin.close()
-    return {"cpu_s": usage.ru_utime + usage.ru_stime, "user_s": usage.ru_utime, "sys_s": usage.ru_stime,
-            "max_rss_kib": usage.ru_maxrss, "wall_s": elapsed, "exit": process.returncode}
+def reap(processes, began):
+    """Waits for every process; the figures of each as it ends."""
+    names = {process.pid: name for name, process in processes.items()}
+    results = {}
+    while names:
+        pid, status, usage = os.wait4(-1, 0)
+        if pid not in names:
+            continue
+        name = names.pop(pid)
+        processes[name].returncode = os.waitstatus_to_exitcode(status)
+        processes[name].stdin.close()
+        results[name] = {"cpu_s": usage.ru_utime + usage.ru_stime, "user_s": usage.ru_utime,
+                         "sys_s": usage.ru_stime, "max_rss_kib": usage.ru_maxrss,
+                         "wall_s": time.monotonic() - began, "exit": processes[name].returncode}
+    return results
 
 
 def main():
@@ -69,8 +77,7 @@ def main():
     for run in range(args.runs):
         began = time.monotonic()
         processes = {name: start(command) for name, command in commands.items()}
-        for name, process in processes.items():
-            result = finish(process, began)
+        for name, result in reap(processes, began).items():
             runs[name].append(result)
             print(f"run {run + 1}/{args.runs} {name}: cpu {result['cpu_s']:.2f} s, "
                   f"max RSS {result['max_rss_kib']} KiB, wall {result['wall_s']:.1f} s, exit {result['exit']}",

@@ -214,7 +214,7 @@ def gst_gap_section(runs):
         met = "not measured" if gap is None else ("met" if gap == 0 and offset == 0 else "**missed**")
         rows.append([fmt_name, fmt(median(runs, name, "rate"), 0), fmt(median(runs, name, "track1_frames"), 0),
                      fmt(median(runs, name, "track2_frames"), 0), fmt(median(runs, name, "output_frames"), 0),
-                     fmt(gap, 0), fmt(offset, 0), fmt(median(runs, name, "differing_samples"), 0),
+                     fmt(gap, 0), fmt(offset, 0), fmt(median(runs, name, "differing_samples_1"), 0) + " / " + fmt(median(runs, name, "differing_samples_2"), 0),
                      fmt(median(runs, name, "max_diff"), 0), fmt(median(runs, name, "padding_frames_1"), 0),
                      fmt(median(runs, name, "padding_frames_2"), 0), "0" if zero else "as measured",
                      met if zero else "reported"])
@@ -222,7 +222,7 @@ def gst_gap_section(runs):
         return "### GStreamer streamer: gap between tracks\n\nNot measured."
     return "### GStreamer streamer: gap between two gapless tracks (frames)\n\n" + table(
         ["format", "rate", "track 1 alone", "track 2 alone", "output", "gap", "track 2 offset",
-         "differing samples", "max diff", "padding 1", "padding 2", "target", ""], rows)
+         "differing samples (1 / 2)", "max diff", "padding 1", "padding 2", "target", ""], rows)
 
 
 def main():

@@ -139,7 +139,7 @@ void compare(const Decoded& output, const Decoded& reference, int startFrame, qi
 // in one format. References: each track decoded alone by the same engine.
 // gap_frames = output frames - the references' frames together;
 // offset_frames = where the second track starts in the output minus where
-// it belongs (right after the first); differing_samples and max_diff
+// it belongs (right after the first); differing_samples_N and max_diff
 // compare the output with the references laid where they were found.
 // padding_frames_N = a track decoded alone minus its source length (at the
 // output rate): what the codec adds or drops at a track's ends, which a
@@ -165,7 +165,7 @@ void BM_GstGap(benchmark::State& state, const Format& format) {
         const QString encoded = dir.filePath(QStringLiteral("track%1.%2").arg(t).arg(format.suffix));
         const QString problem = gsttest::encode(wav, QString::fromLatin1(format.encoder), encoded);
         if (!problem.isEmpty()) {
-            state.SkipWithError(("cannot encode: " + problem).toStdString());
+            state.SkipWithError(("cannot encode: " + problem).toStdString().c_str());
             return;
         }
         files.append(encoded);
@@ -180,17 +180,17 @@ void BM_GstGap(benchmark::State& state, const Format& format) {
         output = playInto(files, dir.filePath(QStringLiteral("gapless.wav")), &why);
     }
     if (references[0].samples.isEmpty() || references[1].samples.isEmpty() || output.samples.isEmpty()) {
-        state.SkipWithError(("a playback failed: " + why).toStdString());
+        state.SkipWithError(("a playback failed: " + why).toStdString().c_str());
         return;
     }
     const int first = references[0].frames();
     const int second = references[1].frames();
     const int firstAt = bestOffset(output, references[0], 0);
     const int secondAt = first + bestOffset(output, references[1], first);
-    qint64 differing = 0;
+    qint64 differing[2] = {0, 0};
     int largest = 0;
-    compare(output, references[0], firstAt, &differing, &largest);
-    compare(output, references[1], secondAt, &differing, &largest);
+    compare(output, references[0], firstAt, &differing[0], &largest);
+    compare(output, references[1], secondAt, &differing[1], &largest);
 
     const double rate = output.rate;
     state.counters["rate"] = rate;
@@ -200,7 +200,8 @@ void BM_GstGap(benchmark::State& state, const Format& format) {
     state.counters["gap_frames"] = output.frames() - first - second;
     state.counters["first_offset_frames"] = firstAt;
     state.counters["offset_frames"] = secondAt - first;
-    state.counters["differing_samples"] = double(differing);
+    state.counters["differing_samples_1"] = double(differing[0]);
+    state.counters["differing_samples_2"] = double(differing[1]);
     state.counters["max_diff"] = largest;
     for (int t = 0; t < 2; ++t) {
         const double sourceAtRate = double(sourceFrames[t]) * rate / gsttest::Rate;

@@ -54,7 +54,9 @@ public:
     }
     Q_DISABLE_COPY(LibraryPlayer)
 
-    void play(const ZuvoRoles& item) { m_client->play(item); }
+    // The play control with item as the track (StreamerPlayLogic plays the
+    // track roles).
+    void play(const ZuvoRoles& item) { m_client->playContainer(ZuvoRoles(), item, 0, 0); }
     bool stop() {
         if (m_client->data().state() == ZuvoPlayLogicState::stopped)
             return true;
