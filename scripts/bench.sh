@@ -32,7 +32,9 @@ cmake -S "$root" -B "$dir" "${launcher[@]}" -DCMAKE_BUILD_TYPE=Release -DZUVO_BU
 cmake --build "$dir" -j "$(nproc 2>/dev/null || echo 2)" --target zuvo_api_play zuvo_bench zuvo_bench_memory
 # The GStreamer streamer's benchmarks, when it is built.
 gst=0
-if cmake --build "$dir" --target help 2>/dev/null | grep -qw zuvo_bench_gst; then
+# (The target list is read first: grep -q ending the pipe early would fail it.)
+targets=$(cmake --build "$dir" --target help 2>/dev/null || true)
+if grep -qw zuvo_bench_gst <<<"$targets"; then
   gst=1
   cmake --build "$dir" -j "$(nproc 2>/dev/null || echo 2)" --target zuvo_bench_gst zuvo-play
 fi
