@@ -9,7 +9,6 @@
 #include <QtEndian>
 #include <algorithm>
 #include <cstdlib>
-#include <memory>
 
 #include "gst/gsttestmedia.h"
 #include "gstengine.h"
