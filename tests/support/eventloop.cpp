@@ -4,10 +4,21 @@
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QThread>
+#include <QtGlobal>
 
 namespace zuvotest {
 
+int scaledMs(int ms) {
+    static const double scale = [] {
+        bool ok = false;
+        const double value = qEnvironmentVariable("ZUVO_TEST_TIME_SCALE").toDouble(&ok);
+        return ok && value > 0 ? value : 1.0;
+    }();
+    return static_cast<int>(ms * scale);
+}
+
 bool waitUntil(const std::function<bool()>& cond, int timeoutMs) {
+    timeoutMs = scaledMs(timeoutMs);
     QElapsedTimer clock;
     clock.start();
     while (!cond()) {

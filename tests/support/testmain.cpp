@@ -8,7 +8,11 @@
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     ::testing::InitGoogleMock(&argc, argv);
-    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+    // Death tests re-run the test program for each case. Under a user-mode
+    // emulator (a cross build's tests, ZUVO_TEST_EMULATOR) the kernel cannot
+    // execute the foreign program again, so the child is forked instead.
+    ::testing::FLAGS_gtest_death_test_style =
+        qEnvironmentVariableIsEmpty("ZUVO_TEST_EMULATOR") ? "threadsafe" : "fast";
     zuvoInitLogging();
     return RUN_ALL_TESTS();
 }

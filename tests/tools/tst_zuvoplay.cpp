@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "support/eventloop.h"
+#include "support/toolprocess.h"
 
 // zuvo-play run as a process with --json: its stdout lines are read as they
 // come and the test reacts to them (commands on stdin); nothing waits for a
@@ -63,7 +64,7 @@ public:
     explicit PlayProcess(const QStringList& args, bool json = true)
         : m_json(json) {
         QObject::connect(&m_process, &QProcess::readyReadStandardOutput, &m_process, [this] { read(); });
-        m_process.start(QStringLiteral(ZUVO_PLAY_PATH), args);
+        zuvotest::startTool(m_process, QStringLiteral(ZUVO_PLAY_PATH), args);
         EXPECT_TRUE(m_process.waitForStarted(10000));
     }
     ~PlayProcess() {

@@ -10,6 +10,7 @@
 #include "logging.h"
 #include "support/eventloop.h"
 #include "support/httptestserver.h"
+#include "support/toolprocess.h"
 
 using zuvotest::HttpTestServer;
 
@@ -25,7 +26,7 @@ struct ToolRun {
 // HTTP server lives in this process).
 ToolRun plparse(const QStringList& args) {
     QProcess process;
-    process.start(QStringLiteral(ZUVO_PLPARSE_PATH), args);
+    zuvotest::startTool(process, QStringLiteral(ZUVO_PLPARSE_PATH), args);
     EXPECT_TRUE(process.waitForStarted(10000));
     EXPECT_TRUE(zuvotest::waitUntil([&] { return process.state() == QProcess::NotRunning; }, 60000));
     process.waitForFinished(1000);
