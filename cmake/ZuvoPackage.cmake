@@ -23,3 +23,7 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/ZuvoPlayConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/ZuvoPlayConfigVersion.cmake
   DESTINATION ${ZUVO_CMAKE_DIR})
+
+# zuvoplay.pc: the play library with everything it needs, for pkg-config users
+# (one .pc per library is installed beside it by zuvo_library()).
+zuvo_pkgconfig(zuvoplay DESCRIPTION "Play logic of a networked audio streamer" REQUIRES Zuvo::api_play)

@@ -14,11 +14,26 @@ function(zuvo_target_defaults target)
   endif()
 endfunction()
 
-# zuvo_library(<target> <alias> SOURCES ... [PUBLIC_LINK ...]) builds one shared
+include(ZuvoPkgConfig)
+
+# zuvo_relocatable(<target>): what the target's binary records of its
+# sources (debug information, __FILE__ in log lines) is relative to the source
+# or build folder, so no installed file names a folder of the build machine.
+function(zuvo_relocatable target)
+  # Of several matching maps GCC and Clang take the last: the build folder
+  # may lie within the source folder.
+  target_compile_options(${target} PRIVATE
+    -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
+    -ffile-prefix-map=${PROJECT_BINARY_DIR}/=)
+endfunction()
+
+# zuvo_library(<target> <alias> SOURCES ... [HEADERS ...] [PUBLIC_LINK ...]
+#              [PRIVATE_LINK ...] [DESCRIPTION text]) builds one shared
 # library of the project, exported under Zuvo::<alias> and installed with its
-# headers below include/zuvo/<subdir>.
+# headers below include/zuvo/<subdir> and a pkg-config file,
+# zuvo-<alias with dashes>.pc, that requires what it links.
 function(zuvo_library target alias)
-  cmake_parse_arguments(ARG "" "HEADER_DIR" "SOURCES;HEADERS;PUBLIC_LINK;PRIVATE_LINK" ${ARGN})
+  cmake_parse_arguments(ARG "" "HEADER_DIR;DESCRIPTION" "SOURCES;HEADERS;PUBLIC_LINK;PRIVATE_LINK" ${ARGN})
   add_library(${target} SHARED ${ARG_SOURCES} ${ARG_HEADERS})
   add_library(Zuvo::${alias} ALIAS ${target})
   set_target_properties(${target} PROPERTIES
@@ -26,6 +41,7 @@ function(zuvo_library target alias)
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR})
   zuvo_target_defaults(${target})
+  zuvo_relocatable(${target})
   target_compile_definitions(${target} PUBLIC QT_NO_KEYWORDS)
   target_include_directories(${target} PUBLIC
     $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>
@@ -40,4 +56,10 @@ function(zuvo_library target alias)
     get_filename_component(dir ${header} DIRECTORY)
     install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zuvo/${dir})
   endforeach()
+  if(NOT ARG_DESCRIPTION)
+    set(ARG_DESCRIPTION "${PROJECT_NAME} library ${target}")
+  endif()
+  string(REPLACE "_" "-" pcname "zuvo-${alias}")
+  zuvo_pkgconfig(${pcname} DESCRIPTION "${ARG_DESCRIPTION}" LIBRARY ${target}
+    REQUIRES ${ARG_PUBLIC_LINK} REQUIRES_PRIVATE ${ARG_PRIVATE_LINK})
 endfunction()
