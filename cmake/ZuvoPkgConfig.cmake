@@ -11,6 +11,8 @@
 # ZLIB::ZLIB, CURL::libcurl, PkgConfig::<prefix>) or a pkg-config module name.
 
 set(ZUVO_PKGCONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# Beside this file, also when another project (fuzz/) builds the libraries.
+set(ZUVO_PC_TEMPLATE ${CMAKE_CURRENT_LIST_DIR}/zuvo.pc.in)
 file(RELATIVE_PATH ZUVO_PC_PREFIX_FROM_PCDIR /prefix/${ZUVO_PKGCONFIG_DIR} /prefix)
 string(REGEX REPLACE "/$" "" ZUVO_PC_PREFIX_FROM_PCDIR "${ZUVO_PC_PREFIX_FROM_PCDIR}")
 
@@ -68,6 +70,6 @@ function(zuvo_pkgconfig name)
     set(ZUVO_PC_LIBS "-L\${libdir} -l${output}")
     set(ZUVO_PC_CFLAGS "-I\${includedir}/zuvo -DQT_NO_KEYWORDS")
   endif()
-  configure_file(${PROJECT_SOURCE_DIR}/cmake/zuvo.pc.in ${PROJECT_BINARY_DIR}/pkgconfig/${name}.pc @ONLY)
+  configure_file(${ZUVO_PC_TEMPLATE} ${PROJECT_BINARY_DIR}/pkgconfig/${name}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/pkgconfig/${name}.pc DESTINATION ${ZUVO_PKGCONFIG_DIR})
 endfunction()

@@ -15,6 +15,7 @@ function(zuvo_target_defaults target)
 endfunction()
 
 include(ZuvoPkgConfig)
+get_filename_component(ZUVO_ROOT_DIR ${CMAKE_CURRENT_LIST_DIR}/.. ABSOLUTE)
 
 # zuvo_relocatable(<target>): what the target's binary records of its
 # sources (debug information, __FILE__ in log lines) is relative to the source
@@ -23,8 +24,8 @@ function(zuvo_relocatable target)
   # Of several matching maps GCC and Clang take the last: the build folder
   # may lie within the source folder.
   target_compile_options(${target} PRIVATE
-    -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
-    -ffile-prefix-map=${PROJECT_BINARY_DIR}/=)
+    -ffile-prefix-map=${ZUVO_ROOT_DIR}/=
+    -ffile-prefix-map=${CMAKE_BINARY_DIR}/=)
 endfunction()
 
 # zuvo_library(<target> <alias> SOURCES ... [HEADERS ...] [PUBLIC_LINK ...]
