@@ -39,7 +39,12 @@ read -r -a separate <<<"$(sed -n 's/^not co-installable: //p' "$deps_log")"
 # files found there come first (PKG_CONFIG_PATH).
 sysroot=$dir/sysroot
 unpack_separately() {
-  local package=$1 deps=() dep multiarch
+  local package=$1 deps=() dep multiarch version stamp
+  version=$(apt-cache policy "$package:$arch" | awk '/Candidate:/ { print $2 }')
+  stamp=$sysroot/$package.unpacked
+  if [ -f "$stamp" ] && [ "$(cat "$stamp")" = "$version" ]; then
+    return
+  fi
   for dep in $(apt-cache show "$package:$arch" | awk '/^Depends:/ && !d { sub(/^Depends: /, ""); d = $0 } END { print d }' |
     tr ',' '\n' | sed 's/|.*//; s/(.*)//; s/:any//; s/ //g'); do
     multiarch=$(apt-cache show "$dep:$arch" 2>/dev/null | awk '/^Multi-Arch:/ && !m { m = $2 } END { print m }')
@@ -61,6 +66,7 @@ unpack_separately() {
   for link in "$sysroot/usr/lib/$triplet/"*.so; do
     [ -L "$link" ] && ln -sfn "/usr/lib/$triplet/$(basename "$(readlink "$link")")" "$link"
   done
+  echo "$version" >"$stamp"
 }
 for package in "${separate[@]}"; do
   unpack_separately "$package"

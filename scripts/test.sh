@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The whole test suite: installs what is missing, then builds and runs every
 # test twice, once plainly and once under AddressSanitizer + UBSan, then runs
-# every fuzz target for 30 seconds.
+# every fuzz target for 30 seconds, then cross-builds for AArch64 and runs
+# every test again under qemu-aarch64 (scripts/cross-aarch64.sh).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
@@ -29,3 +30,6 @@ export LSAN_OPTIONS=suppressions=$root/tests/lsan.supp
 
 echo "== fuzz targets, 30 s each (build-fuzz/)"
 bash scripts/fuzz.sh 30
+
+echo "== AArch64 cross build and tests under qemu-aarch64 (build-aarch64/)"
+bash scripts/cross-aarch64.sh
