@@ -68,7 +68,10 @@ function(zuvo_pkgconfig name)
       set(output ${ARG_LIBRARY})
     endif()
     set(ZUVO_PC_LIBS "-L\${libdir} -l${output}")
-    set(ZUVO_PC_CFLAGS "-I\${includedir}/zuvo -DQT_NO_KEYWORDS")
+    # -fPIC: Qt's headers refuse position-dependent code where Qt was built
+    # with reduced relocations (Debian amd64); Qt's CMake package asks for it
+    # too, its .pc file does not.
+    set(ZUVO_PC_CFLAGS "-I\${includedir}/zuvo -DQT_NO_KEYWORDS -fPIC")
   endif()
   configure_file(${ZUVO_PC_TEMPLATE} ${PROJECT_BINARY_DIR}/pkgconfig/${name}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/pkgconfig/${name}.pc DESTINATION ${ZUVO_PKGCONFIG_DIR})
