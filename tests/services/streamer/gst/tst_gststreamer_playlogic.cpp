@@ -1,0 +1,189 @@
+// The library on the real streamer: TrackListPlayLogic drives a GstStreamer
+// over the model tree, with audio made here and served from files and a
+// loopback HTTP server.
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <gtest/gtest.h>
+
+#include "gstengine.h"
+#include "gststreamer.h"
+#include "gsttestmedia.h"
+#include "playlistparsenode.h"
+#include "playlogicinterface.h"
+#include "services/streamer/streamerworld.h"
+#include "support/httptestserver.h"
+#include "support/logcapture.h"
+#include "tracklistplaylogic.h"
+
+using zuvotest::HttpTestRoute;
+using zuvotest::HttpTestServer;
+using zuvotest::waitUntil;
+using State = ZuvoPlayLogicState;
+
+namespace {
+
+// A GstStreamer, a TrackListPlayLogic on it with the playlist parse node a
+// host registers, and everything the play logic published.
+struct Player {
+    explicit Player(const QString& sink)
+        : streamer(root.nodes(), sink)
+        , logic(root.nodes(), base) {
+        // No client pings here: the watchdog must not stop a slow run.
+        logic.findChild<QTimer*>(QStringLiteral("pingTimeoutTimer"))->setInterval(3600 * 1000);
+        auto* parser =
+            new PlayListParseNode(ZuvoPlayerContentPlayLogicPlaylistPath()); // the registry owns it
+        parser->setNodes(root.nodes());
+        QObject::connect(&logic, &PlayLogicBase::playbackDataChanged, &logic,
+                         [this](const ZuvoPlayLogicData& data) { published.append(data); });
+    }
+    void play(const QStringList& uris) {
+        QList<ZuvoRoles> items;
+        for (const QString& uri : uris)
+            items.append(simtest::track(uri));
+        logic.setTracks(items);
+        client->playContainer(ZuvoRoles(), ZuvoRoles(), 0, 0);
+    }
+    // Index of the first record of the playback (not stopped), -1 before.
+    int firstActive() const {
+        for (int i = 0; i < published.size(); ++i)
+            if (published.at(i).state() != State::stopped)
+                return i;
+        return -1;
+    }
+    // Waits until the playback has run and ended.
+    bool waitForEnd(int timeoutMs) const {
+        return waitUntil([this] { return firstActive() >= 0 && client->data().state() == State::stopped; },
+                         timeoutMs);
+    }
+
+    CMRootScope root;
+    const CMPath base{"/test/gstPlayer"};
+    PlayLogicInterface* const client = PlayLogicInterface::instance(base);
+    GstStreamer streamer;
+    QList<ZuvoPlayLogicData> published; // outlives the play logic, which publishes as it goes
+    TrackListPlayLogic logic;
+};
+
+class GstStreamerPlayLogicTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(dir.isValid());
+        GstEngine::ensureGstInitialised();
+    }
+    QString path(const QString& name) const { return dir.filePath(name); }
+    QString write(const QString& name, const QByteArray& bytes) {
+        QFile file(path(name));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(bytes);
+        return path(name);
+    }
+    QByteArray read(const QString& name) {
+        QFile file(path(name));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+
+    QTemporaryDir dir;
+    HttpTestServer server;
+};
+
+TEST_F(GstStreamerPlayLogicTest, ListPlaysGaplesslyToTheSample) {
+    const QVector<qint16> tracks[] = {gsttest::tone(44100, 1), gsttest::tone(66150, 2),
+                                      gsttest::tone(33075, 3)};
+    write(QStringLiteral("b.wav"), gsttest::wavFile(tracks[1]));
+    ASSERT_EQ(gsttest::encode(path(QStringLiteral("b.wav")), QStringLiteral("flacenc"),
+                              path(QStringLiteral("b.flac"))),
+              QString());
+    server.setResponse(QStringLiteral("/a.wav"), 200, gsttest::wavFile(tracks[0]));
+    server.setResponse(QStringLiteral("/b.flac"), 200, read(QStringLiteral("b.flac")));
+    server.setResponse(QStringLiteral("/c.wav"), 200, gsttest::wavFile(tracks[2]));
+
+    LogCapture log;
+    Player p(QStringLiteral("wav:") + path(QStringLiteral("out.wav")));
+    p.play({server.url(QStringLiteral("/a.wav")), server.url(QStringLiteral("/b.flac")),
+            server.url(QStringLiteral("/c.wav"))});
+    ASSERT_TRUE(p.waitForEnd(30000));
+
+    EXPECT_TRUE(p.client->data().error().isEmpty()) << p.client->data().error().toStdString();
+    EXPECT_EQ(p.client->data().streamId(), 3);
+    // One playback from the first record to the last: never stopped between the tracks.
+    for (int i = p.firstActive(); i + 1 < p.published.size(); ++i)
+        EXPECT_NE(p.published.at(i).state(), State::stopped) << "record " << i;
+    // The play logic decided what follows every track in time (the last:
+    // nothing), so no end waited for a decision.
+    EXPECT_FALSE(log.contains(QStringLiteral("No next media decided")));
+    QVector<qint16> expected;
+    for (const auto& track : tracks)
+        expected += track;
+    const QVector<qint16> output = gsttest::wavSamples(read(QStringLiteral("out.wav")));
+    ASSERT_EQ(output.size(), expected.size());
+    EXPECT_TRUE(output == expected);
+}
+
+// What a client of the play logic sees when the stream fails, and the
+// playlist hand-off on a real pipeline.
+TEST_F(GstStreamerPlayLogicTest, FailuresReachTheClientAndAPlaylistPlaysItsFirstEntry) {
+    const QByteArray wav = gsttest::wavFile(gsttest::tone(44100, 4));
+    server.setResponse(QStringLiteral("/entry.wav"), 200, wav);
+    server.setResponse(QStringLiteral("/401"), 401, QByteArray());
+    server.setResponse(QStringLiteral("/list.m3u"), 200,
+                       "#EXTM3U\n" + server.url(QStringLiteral("/entry.wav")).toUtf8() + "\n",
+                       {{"Content-Type", "audio/x-mpegurl"}});
+    HttpTestRoute broken;
+    broken.body = wav.left(wav.size() / 3);
+    broken.declaredLength = wav.size();
+    broken.closeWhenShort = true;
+    server.setRoute(QStringLiteral("/broken.wav"), broken);
+    QByteArray noise(20000, '\0');
+    quint32 seed = 12345;
+    for (char& byte : noise)
+        byte = char((seed = seed * 1103515245u + 12345u) >> 24);
+    write(QStringLiteral("noise.bin"), noise);
+    // The header promises a second, the file holds half of it.
+    write(QStringLiteral("short.wav"), wav.left(wav.size() / 2));
+
+    struct Case {
+        const char* name;
+        QString uri;
+        int code;      // of the streamer's error record
+        QString error; // the play logic's published error
+    };
+    const Case cases[] = {
+        {"missing file", path(QStringLiteral("missing.wav")), -19, QStringLiteral("Could not find source!")},
+        {"refused port", QStringLiteral("http://127.0.0.1:%1/a.wav").arg(HttpTestServer::unusedPort()), -16,
+         QStringLiteral("Could not open stream!")},
+        {"401", server.url(QStringLiteral("/401")), -17,
+         QStringLiteral("Access to this stream is not authorized by the content provider")},
+        {"404", server.url(QStringLiteral("/404")), -19, QStringLiteral("Could not find source!")},
+        {"non-audio file", path(QStringLiteral("noise.bin")), -15,
+         QStringLiteral("Unknown playlist format detected.")},
+        {"server breaks off", server.url(QStringLiteral("/broken.wav")), -18,
+         QStringLiteral("Could not read source!")},
+        // Plays the half second that is there, then ends as any track does.
+        {"truncated file", path(QStringLiteral("short.wav")), -13, QString()},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Player p(QStringLiteral("null"));
+        p.play({c.uri});
+        ASSERT_TRUE(p.waitForEnd(20000));
+        EXPECT_EQ(p.client->data().error(), c.error);
+        EXPECT_EQ(p.client->data().streamerError().code(), c.code);
+    }
+
+    Player p(QStringLiteral("null"));
+    p.play({server.url(QStringLiteral("/list.m3u"))});
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            const ZuvoPlayLogicData data = p.client->data();
+            return data.state() == State::playing && data.trackRoles().mediaData().activeResource().uri() ==
+                                                         server.url(QStringLiteral("/entry.wav"));
+        },
+        10000))
+        << p.client->data().error().toStdString();
+    EXPECT_EQ(p.client->data().streamId(), 2);
+    EXPECT_EQ(p.streamer.data().playbackId(), 2);
+}
+
+} // namespace
