@@ -261,8 +261,12 @@ int countEntries(const char* dir) {
 
 // Stop or destroy the engine at each point of a gapless transition, over and
 // over: nothing hangs (a waiting about-to-finish is released), nothing
-// leaks, threads and descriptors come back.
+// leaks, threads and descriptors come back. ZUVO_GST_STRESS_CYCLES sets the
+// number of cycles (default 60, a few seconds; a few hundred for a soak).
 TEST_F(GstEngineTest, StopAndDestroyAtEveryPointOfATransition) {
+    bool ok = false;
+    const int requested = qEnvironmentVariableIntValue("ZUVO_GST_STRESS_CYCLES", &ok);
+    const int cycles = ok && requested > 0 ? requested : 60;
     const QString first = writeWav(QStringLiteral("a.wav"), gsttest::tone(4410, 7));
     const QString second = writeWav(QStringLiteral("b.wav"), gsttest::tone(4410, 8));
     enum Point { AfterPlay, AtFirstUpdate, WhileDecisionWaits, AfterQueueing, AtNextStart, PointCount };
@@ -284,8 +288,12 @@ TEST_F(GstEngineTest, StopAndDestroyAtEveryPointOfATransition) {
                     run.engine->setNext(second, ZuvoRoles());
             }
         });
-        QObject::connect(run.engine.get(), &StreamerEngine::nextStarted,
-                         [&] { reached = point == AtNextStart; });
+        // Only sets: a successor that starts in the same pass of the event
+        // loop as an earlier point must not take that point back.
+        QObject::connect(run.engine.get(), &StreamerEngine::nextStarted, [&] {
+            if (point == AtNextStart)
+                reached = true;
+        });
         run.engine->play(first, ZuvoRoles(), false);
         ASSERT_TRUE(waitUntil([&] { return reached || run.idle(); }, 5000)) << "point " << point;
         QElapsedTimer clock;
@@ -299,7 +307,7 @@ TEST_F(GstEngineTest, StopAndDestroyAtEveryPointOfATransition) {
     cycle(0);
     const int fds = countEntries("/proc/self/fd");
     const int threads = countEntries("/proc/self/task");
-    for (int i = 0; i < 200; ++i)
+    for (int i = 0; i < cycles; ++i)
         cycle(i);
     EXPECT_TRUE(waitUntil([&] { return countEntries("/proc/self/fd") <= fds; }, 5000))
         << countEntries("/proc/self/fd") << " descriptors, " << fds << " before";
