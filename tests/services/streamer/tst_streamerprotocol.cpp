@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
 #include <vector>
 
 #include "streamerbackends.h"
@@ -205,6 +207,46 @@ TEST_P(StreamerProtocol, RefusalsNameWhatIsWrongAndChangeNothing) {
     }
     // Refused plays used no playback id.
     EXPECT_EQ(answerOf(w->call(ZuvoStreamerPlayPath(), play(StreamerBackend::New))), QStringLiteral("id:2"));
+}
+
+// Commands in any order and at any rate (a fixed seed): every one is
+// answered with a playback id or a named refusal, ids only grow, and a stop
+// leaves the streamer stopped and ready for the next play.
+TEST_P(StreamerProtocol, CommandStormIsAnsweredAndEndsStopped) {
+    const std::unique_ptr<World> w = world();
+    std::mt19937 random(13);
+    std::vector<CMReply<QVariant>> replies;
+    for (int burst = 0; burst < 40; ++burst) {
+        for (int n = int(random() % 6); n > 0; --n)
+            replies.push_back(send(*w, Cmd(random() % (SetAttributes + 1))));
+        // Some bursts meet the engine's own events, some come back to back.
+        if (random() % 2)
+            waitUntil([] { return false; }, int(random() % 40));
+        else
+            zuvotest::drainEvents();
+    }
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            return std::all_of(replies.begin(), replies.end(), [](const auto& r) { return r.isFinished(); });
+        },
+        10000));
+    const QStringList refusals = {StreamerService::ErrorNotPlaying(), StreamerService::ErrorNotSeekable(),
+                                  StreamerService::ErrorInvalidArgument()};
+    int lastId = 0;
+    for (const CMReply<QVariant>& reply : replies) {
+        const QString answer = answerOf(reply);
+        if (answer.startsWith(QStringLiteral("id:"))) {
+            EXPECT_GT(reply.value().toInt(), lastId);
+            lastId = reply.value().toInt();
+        } else if (answer != QStringLiteral("ok")) {
+            EXPECT_TRUE(refusals.contains(answer)) << answer.toStdString();
+        }
+    }
+    EXPECT_EQ(answerOf(w->call(ZuvoStreamerStopPath())), QStringLiteral("ok"));
+    EXPECT_TRUE(w->waitFor(simtest::isStopped));
+    EXPECT_FALSE(w->streamer.isActive());
+    EXPECT_EQ(answerOf(w->call(ZuvoStreamerPlayPath(), play(StreamerBackend::New))),
+              QStringLiteral("id:%1").arg(lastId + 1));
 }
 
 INSTANTIATE_TEST_SUITE_P(Services, StreamerProtocol, testing::ValuesIn(zuvotest::streamerBackends()),

@@ -33,8 +33,19 @@ typedef struct _GstMessage GstMessage;
 //                                 stream (GstEngine checks n-audio)
 //   corrupt FLAC                  STREAM DECODE (no valid frames)       -22
 //   truncated WAV / FLAC          no error: plays what is there, EOS    -13
-//   format change the output      CORE NEGOTIATION, STREAM FAILED       -22
-//   cannot follow                 "not-negotiated"
+//   server never answers          STREAM FAILED from the source after   -16
+//                                 souphttpsrc's 15 s time-out
+//   server trickles (slower than  no error: loading while it buffers,   -13
+//   real time)                    then plays to its end
+//   format change mid-stream:     no error: playbin's conversion feeds  -13
+//   an Ogg chain whose second     the sink in the first stream's rate
+//   stream has another rate and   and channels; both streams play
+//   channel count
+//   a WAV file followed by        no error: wavparse ends with the      -13
+//   another one                   first data chunk, the rest is skipped
+//   a format change the output    CORE NEGOTIATION, STREAM FAILED       -22
+//   cannot take                   "not-negotiated" (not produced by the
+//                                 cases above: the sink converts)
 //
 // The whole mapping, by domain and code:
 //   CORE      MISSING_PLUGIN -14; NEGOTIATION, CAPS -22; others -18

@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTimer>
+#include <QtEndian>
 #include <gtest/gtest.h>
 
 #include "gstengine.h"
@@ -184,6 +185,69 @@ TEST_F(GstStreamerPlayLogicTest, FailuresReachTheClientAndAPlaylistPlaysItsFirst
         << p.client->data().error().toStdString();
     EXPECT_EQ(p.client->data().streamId(), 2);
     EXPECT_EQ(p.streamer.data().playbackId(), 2);
+}
+
+// Streams that misbehave: each ends by itself without a hang, or, for a
+// server that never answers (its error comes with the source's 15 s
+// time-out, see gsterrors.h), with the client's stop at once.
+TEST_F(GstStreamerPlayLogicTest, MisbehavingStreamsEndCleanly) {
+    // One second of a test tone at rate and channels, encoded by encoder.
+    const auto make = [this](const char* name, int rate, int channels, const char* encoder) {
+        return gsttest::runPipeline(
+            QStringLiteral(
+                "audiotestsrc num-buffers=100 samplesperbuffer=%1 ! audio/x-raw,rate=%2,channels=%3 ! "
+                "audioconvert ! %4 ! filesink location=\"%5\"")
+                .arg(rate / 100)
+                .arg(rate)
+                .arg(channels)
+                .arg(QLatin1String(encoder), path(QLatin1String(name))));
+    };
+    ASSERT_EQ(make("first.ogg", 44100, 2, "vorbisenc ! oggmux"), QString());
+    ASSERT_EQ(make("second.ogg", 22050, 1, "vorbisenc ! oggmux"), QString());
+    ASSERT_EQ(make("mono.wav", 22050, 1, "audio/x-raw,format=S16LE ! wavenc"), QString());
+    const QByteArray wav = gsttest::wavFile(gsttest::tone(44100, 5));
+    // An Ogg chain whose second stream has another rate and channel count,
+    // and a WAV file followed by another one of another format.
+    write(QStringLiteral("chain.ogg"),
+          read(QStringLiteral("first.ogg")) + read(QStringLiteral("second.ogg")));
+    write(QStringLiteral("two.wav"), wav + read(QStringLiteral("mono.wav")));
+    // 80 kB/s, under the 176 kB/s the audio plays at: the stream buffers.
+    server.setTrickle(QStringLiteral("/trickle.wav"), wav, 8000, 100);
+    struct Case {
+        const char* name;
+        QString uri;
+        double seconds; // in the output, at the first stream's format
+    };
+    const Case cases[] = {
+        // The sink's conversion follows the change: both streams play.
+        {"format change in an Ogg chain", path(QStringLiteral("chain.ogg")), 2.0},
+        // The first file's data chunk is the stream: the rest is skipped.
+        {"two WAV files back to back", path(QStringLiteral("two.wav")), 1.0},
+        {"server trickles", server.url(QStringLiteral("/trickle.wav")), 1.0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Player p(QStringLiteral("wav:") + path(QStringLiteral("out.wav")));
+        p.play({c.uri});
+        ASSERT_TRUE(p.waitForEnd(20000));
+        EXPECT_TRUE(p.client->data().error().isEmpty()) << p.client->data().error().toStdString();
+        EXPECT_EQ(p.client->data().streamerError().code(), -13);
+        const QByteArray out = read(QStringLiteral("out.wav"));
+        EXPECT_EQ(qFromLittleEndian<quint32>(out.constData() + 24), 44100u);
+        EXPECT_NEAR(gsttest::wavSamples(out).size() / 2 / 44100.0, c.seconds, 0.06);
+    }
+
+    server.setNeverAnswer(QStringLiteral("/never"));
+    Player p(QStringLiteral("null"));
+    p.play({server.url(QStringLiteral("/never"))});
+    ASSERT_TRUE(waitUntil([&] { return server.requestCount(QStringLiteral("/never")) == 1; }));
+    EXPECT_EQ(p.streamer.data().state(), State::loading);
+    const CMReply<QVariant> stop = p.client->stop(ZuvoPlayLogicStopReason::user);
+    ASSERT_TRUE(
+        waitUntil([&] { return stop.isFinished() && p.client->data().state() == State::stopped; }, 2000));
+    EXPECT_FALSE(stop.hasError());
+    EXPECT_TRUE(p.client->data().error().isEmpty());
+    EXPECT_FALSE(p.streamer.isActive());
 }
 
 } // namespace
