@@ -173,7 +173,9 @@ TEST_P(StreamerProtocol, EveryCommandInEveryState) {
         } else if (row.cmd == SetNext) {
             EXPECT_EQ(data.nextTrackRoles().title(), backend().uri(StreamerBackend::Later));
         } else if (row.cmd == SeekTime) {
-            EXPECT_EQ(w->streamer.playTimeMs(), 500);
+            // A real engine may have played on from there already.
+            EXPECT_GE(w->streamer.playTimeMs(), 500);
+            EXPECT_LT(w->streamer.playTimeMs(), 600);
         }
         EXPECT_EQ(w->streamer.isActive(), row.state != State::stopped);
     }
