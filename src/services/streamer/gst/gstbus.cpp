@@ -214,13 +214,19 @@ void GstEngine::startSuccessor() {
         return;
     }
     LOG4CPLUS_DEBUG(logger, "Gapless start of " << uri);
-    const bool prerolled = m_track.prerolled;
-    const bool reportsBuffering = m_track.reportsBuffering;
+    // Prerolling and buffering belong to the pipeline, not to the track: a
+    // BUFFERING message of the successor's source may have come before its
+    // start and sent the pipeline to PAUSED; forgetting that here would
+    // leave it there when the buffer fills (seen as a stall at the start
+    // of the successor).
+    const Track pipeline = m_track;
+    const int level = m_bufferLevel;
     resetTrack(uri);
-    m_track.prerolled = prerolled;
-    m_track.reportsBuffering = reportsBuffering;
+    m_track.prerolled = pipeline.prerolled;
+    m_track.reportsBuffering = pipeline.reportsBuffering;
+    m_track.buffering = pipeline.buffering;
     m_track.dataSeen = true;
-    m_bufferLevel = 100;
+    m_bufferLevel = pipeline.reportsBuffering ? level : 100;
     m_nextUri.clear();
     m_handedUri.clear();
     m_dropHandedSuccessor = false;
