@@ -71,6 +71,10 @@ void GstEngine::handleMessage(GstMessage* message, quint64 generation) {
         break;
     }
     case GST_MESSAGE_EOS:
+        if (m_successorFailed) {
+            finishSuccessorFailure();
+            break;
+        }
         // An error of the same play outranks the end it causes.
         if (!m_errors.isEmpty())
             break;
@@ -119,7 +123,10 @@ void GstEngine::handleError(GstMessage* message) {
     const bool fromSource = source && GST_MESSAGE_SRC(message) == GST_OBJECT(source);
     if (source)
         gst_object_unref(source);
-    GstStreamerError error = GstStreamerError::fromMessage(message, fromSource, m_track.dataSeen);
+    // After a hand-over the error is the successor's, which has delivered nothing.
+    const bool successorPending = m_handoff.handedOver() > m_startedSuccessors;
+    GstStreamerError error =
+        GstStreamerError::fromMessage(message, fromSource, m_track.dataSeen && !successorPending);
     if (error.code == StreamerErrorCode::MissingPlugin && !m_missingPlugin.isEmpty())
         error.detail += QStringLiteral(" [missing: %1]").arg(m_missingPlugin);
     LOG4CPLUS_DEBUG(logger,
@@ -130,6 +137,16 @@ void GstEngine::handleError(GstMessage* message) {
 }
 
 void GstEngine::reportErrors() {
+    if (m_handoff.handedOver() > m_startedSuccessors) {
+        m_errors.append(m_successorFailure);
+        m_successorFailure = GstStreamerError::strongest(m_errors);
+        m_successorFailed = true;
+        m_errors.clear();
+        LOG4CPLUS_DEBUG(logger, "The successor " << m_handedUri << " failed (" << m_successorFailure.detail
+                                                 << "); " << m_track.uri << " plays out first");
+        m_playOutPosition = -1;
+        return;
+    }
     const GstStreamerError error = GstStreamerError::strongest(m_errors);
     const QString uri = m_track.uri;
     if (!haltPipeline())
@@ -232,4 +249,23 @@ void GstEngine::startSuccessor() {
     m_dropHandedSuccessor = false;
     Q_EMIT nextStarted();
     poll();
+}
+
+void GstEngine::finishSuccessorFailure() {
+    const GstStreamerError error = m_successorFailure;
+    const bool cleared = m_dropHandedSuccessor;
+    LOG4CPLUS_INFO(logger,
+                   "Playing " << m_handedUri << " failed with " << error.code << ": " << error.detail);
+    if (!haltPipeline())
+        return;
+    if (cleared) {
+        Q_EMIT ended();
+        return;
+    }
+    // A receiver of nextStarted() may play or stop at once: then the failure
+    // is no longer news.
+    const quint64 generation = m_generation;
+    Q_EMIT nextStarted();
+    if (generation == m_generation && !m_running)
+        Q_EMIT failed(error.code, error.detail);
 }

@@ -52,7 +52,12 @@ typedef struct _GstBus GstBus;
 // starts (not gapless), then emits nextStarted().
 //
 // Errors: see gsterrors.h; the errors of one play are collected for
-// ErrorSettleMs and the strongest is reported with failed(). A state change
+// ErrorSettleMs and the strongest is reported with failed(). An error after
+// a successor was handed over is the successor's (the running track's data
+// has all been read by then): the running track first plays out what the
+// pipeline holds (until its position stops moving or reaches its end, or
+// its EOS), then nextStarted() and failed() report the successor's failure
+// (or ended() alone when the successor was cleared after the hand-over). A state change
 // that fails while stopping or restarting the pipeline: crashed(), and the
 // pipeline is built anew.
 //
@@ -64,7 +69,7 @@ typedef struct _GstBus GstBus;
 class GstEngine : public StreamerEngine {
     Q_OBJECT
 public:
-    static constexpr int PollIntervalMs = 100;
+    static constexpr int PollIntervalMs = 250;
     static constexpr qint64 NearEndMs = 5000;
     static constexpr int ErrorSettleMs = 100;
     static constexpr qint64 DefaultBufferBytes = 2 * 1024 * 1024;
@@ -134,6 +139,9 @@ private:
     void handleAsyncDone();
     void handleStreamStart();
     void reportErrors();
+    // The successor failed while the running track plays out: ends that
+    // track and reports the failure once it has played out (see above).
+    void finishSuccessorFailure();
     // The engine's side of about-to-finish: the track is near its end;
     // successors handed over before it that have not been seen to start
     // have started.
@@ -170,6 +178,11 @@ private:
     qint64 m_bufferDurationMs = -1;
 
     QList<GstStreamerError> m_errors;
+    // The handed-over successor's failure, waiting for the running track to
+    // play out (when m_successorFailed).
+    bool m_successorFailed = false;
+    GstStreamerError m_successorFailure;
+    qint64 m_playOutPosition = -1;
     QString m_missingPlugin;
     QTimer m_pollTimer;
     QTimer m_errorTimer;

@@ -78,6 +78,8 @@ bool GstEngine::haltPipeline() {
     m_handoff.release();
     m_errorTimer.stop();
     m_errors.clear();
+    m_successorFailed = false;
+    m_successorFailure = GstStreamerError();
     m_pollTimer.stop();
     const bool wasRunning = m_running;
     m_running = false;
@@ -148,4 +150,13 @@ void GstEngine::poll() {
     if (oldPosition != m_positionMs || oldDuration != m_durationMs || oldSeekable != m_timeSeekable ||
         oldNearEnd != nearEnd())
         Q_EMIT updated();
+    // A failed successor waits for the running track to play out: its end,
+    // or the sink has nothing more (the position stands still while playing).
+    if (m_successorFailed && !m_paused) {
+        const bool atEnd = m_durationMs > 0 && m_positionMs >= m_durationMs - PollIntervalMs;
+        if (atEnd || m_positionMs == m_playOutPosition)
+            finishSuccessorFailure();
+        else
+            m_playOutPosition = m_positionMs;
+    }
 }

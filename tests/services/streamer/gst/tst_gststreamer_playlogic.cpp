@@ -122,6 +122,22 @@ TEST_F(GstStreamerPlayLogicTest, ListPlaysGaplesslyToTheSample) {
     EXPECT_TRUE(output == expected);
 }
 
+// A successor that fails after it was handed over (at about-to-finish) is
+// the successor's failure: the running track plays out to its last sample
+// first, and the error belongs to the successor's playback.
+TEST_F(GstStreamerPlayLogicTest, FailingSuccessorLetsTheTrackPlayOut) {
+    const QVector<qint16> first = gsttest::tone(44100, 5);
+    Player p(QStringLiteral("wav:") + path(QStringLiteral("out.wav")));
+    p.play({write(QStringLiteral("a.wav"), gsttest::wavFile(first)), path(QStringLiteral("missing.wav"))});
+    ASSERT_TRUE(p.waitForEnd(30000));
+
+    const ZuvoStreamerData last = p.streamer.data();
+    EXPECT_EQ(last.playbackId(), 2);
+    EXPECT_EQ(last.error().code(), -19);
+    EXPECT_FALSE(p.client->data().error().isEmpty());
+    EXPECT_TRUE(gsttest::wavSamples(read(QStringLiteral("out.wav"))) == first);
+}
+
 // What a client of the play logic sees when the stream fails, and the
 // playlist hand-off on a real pipeline.
 TEST_F(GstStreamerPlayLogicTest, FailuresReachTheClientAndAPlaylistPlaysItsFirstEntry) {
