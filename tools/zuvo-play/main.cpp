@@ -2,7 +2,7 @@
 // service (GStreamer, or the simulated one) and shows (or streams as JSON)
 // what the play logic publishes.
 //
-//   zuvo-play [--json] [--streamer gst|sim] [--sink SPEC] [--speed N]
+//   zuvo-play [--json] [--streamer gst|sim] [--sink SINK] [--speed N]
 //             [--log-config FILE] ITEM...
 //
 // Exit status: 0 playback ended normally (the last item ended, or stop/quit),

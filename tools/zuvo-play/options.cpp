@@ -49,7 +49,7 @@ PlayOptionsResult parsePlayOptions(const QStringList& arguments) {
         QStringLiteral("Audio output of the gst streamer: auto (default; a null sink in real time when "
                        "there is no audio device), null, wav:FILE (16-bit PCM, faster than real time), "
                        "alsa[:DEVICE], pulse."),
-        QStringLiteral("SPEC"));
+        QStringLiteral("SINK"));
     parser.addOption(jsonOption);
     parser.addOption(streamerOption);
     parser.addOption(sinkOption);

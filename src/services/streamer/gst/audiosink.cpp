@@ -10,10 +10,10 @@
 
 static log4cplus::Logger logger = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("GstEngine"));
 
-bool AudioSinkSpec::parse(const QString& spec, AudioSinkSpec* result, QString* error) {
-    const int colon = spec.indexOf(QLatin1Char(':'));
-    const QString name = colon < 0 ? spec : spec.left(colon);
-    const QString argument = colon < 0 ? QString() : spec.mid(colon + 1);
+bool AudioSinkSpec::parse(const QString& text, AudioSinkSpec* result, QString* error) {
+    const int colon = text.indexOf(QLatin1Char(':'));
+    const QString name = colon < 0 ? text : text.left(colon);
+    const QString argument = colon < 0 ? QString() : text.mid(colon + 1);
     AudioSinkSpec parsed;
     QString problem;
     if (name == QLatin1String("auto") || name == QLatin1String("null") || name == QLatin1String("pulse")) {
@@ -33,7 +33,7 @@ bool AudioSinkSpec::parse(const QString& spec, AudioSinkSpec* result, QString* e
         if (colon >= 0 && argument.isEmpty())
             problem = QStringLiteral("alsa: needs a device after the colon (alsa:DEVICE)");
     } else {
-        problem = QStringLiteral("unknown audio sink \"%1\"").arg(spec);
+        problem = QStringLiteral("unknown audio sink \"%1\"").arg(text);
     }
     if (!problem.isEmpty()) {
         if (error)

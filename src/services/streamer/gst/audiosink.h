@@ -4,7 +4,7 @@
 
 typedef struct _GstElement GstElement;
 
-// Where a GstEngine sends the decoded audio, from a sink spec string:
+// Where a GstEngine sends the decoded audio, from a sink description:
 //   auto           autoaudiosink (the system's default device). When the
 //                  machine has neither a sound card's playback device nor
 //                  a sound server's socket, or autoaudiosink cannot open a
@@ -28,19 +28,19 @@ public:
         : m_kind(kind)
         , m_argument(argument) {}
 
-    // Parses spec; on a bad one returns false and says why in *error (when
+    // Parses text; on a bad one returns false and says why in *error (when
     // given), leaving *result untouched.
-    static bool parse(const QString& spec, AudioSinkSpec* result, QString* error = nullptr);
+    static bool parse(const QString& text, AudioSinkSpec* result, QString* error = nullptr);
 
     Kind kind() const { return m_kind; }
     // The device (alsa) or the file (wav); empty otherwise.
     QString argument() const { return m_argument; }
-    // The spec string this parses from.
+    // The description this parses from.
     QString toString() const;
     // Whether the sink renders in real time (all but wav).
     bool isRealTime() const { return m_kind != Kind::Wav; }
 
-    // A new floating sink element (or bin) for this spec, or null when the
+    // A new floating sink element (or bin) for this sink, or null when the
     // elements are missing. For Auto, probes the device first (see above):
     // *fellBack tells whether the null sink was chosen instead.
     GstElement* createElement(bool* fellBack = nullptr) const;
