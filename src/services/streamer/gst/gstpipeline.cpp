@@ -153,7 +153,7 @@ void GstEngine::poll() {
     // A failed successor waits for the running track to play out: its end,
     // or the sink has nothing more (the position stands still while playing).
     if (m_successorFailed && !m_paused) {
-        const bool atEnd = m_durationMs > 0 && m_positionMs >= m_durationMs - PollIntervalMs;
+        const bool atEnd = m_durationMs > 0 && m_positionMs >= m_durationMs;
         if (atEnd || m_positionMs == m_playOutPosition)
             finishSuccessorFailure();
         else
