@@ -269,3 +269,21 @@ void GstEngine::finishSuccessorFailure() {
     if (generation == m_generation && !m_running)
         Q_EMIT failed(error.code, error.detail);
 }
+
+void GstEngine::playOutAlone() {
+    const GstStreamerError failure = m_successorFailure;
+    const bool cleared = m_dropHandedSuccessor;
+    const QString successor = m_handedUri;
+    LOG4CPLUS_DEBUG(logger,
+                    "Restarting " << m_track.uri << " alone: its failed successor holds the pipeline");
+    play(m_track.uri, ZuvoRoles(), m_paused);
+    if (!m_running)
+        return;
+    m_successorFailed = true;
+    m_playingOutAlone = true;
+    m_successorFailure = failure;
+    m_dropHandedSuccessor = cleared;
+    m_handedUri = successor;
+    // Nothing follows this time: its end comes as EOS, which reports the failure.
+    m_handoff.clearNext();
+}

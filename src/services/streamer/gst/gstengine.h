@@ -57,7 +57,11 @@ typedef struct _GstBus GstBus;
 // has all been read by then): the running track first plays out what the
 // pipeline holds (until its position stops moving or reaches its end, or
 // its EOS), then nextStarted() and failed() report the successor's failure
-// (or ended() alone when the successor was cleared after the hand-over). A state change
+// (or ended() alone when the successor was cleared after the hand-over).
+// When the failure comes before the running track has played anything (a
+// track that the decoder's queues swallow whole before it prerolls), the
+// failed successor holds the pipeline: the running track is started again
+// alone and the failure is reported at its end. A state change
 // that fails while stopping or restarting the pipeline: crashed(), and the
 // pipeline is built anew.
 //
@@ -142,6 +146,9 @@ private:
     // The successor failed while the running track plays out: ends that
     // track and reports the failure once it has played out (see above).
     void finishSuccessorFailure();
+    // The running track has not played yet: starts it again without the
+    // failed successor, keeping the failure for its end.
+    void playOutAlone();
     // The engine's side of about-to-finish: the track is near its end;
     // successors handed over before it that have not been seen to start
     // have started.
@@ -181,6 +188,8 @@ private:
     // The handed-over successor's failure, waiting for the running track to
     // play out (when m_successorFailed).
     bool m_successorFailed = false;
+    // The running track was restarted alone after its successor failed.
+    bool m_playingOutAlone = false;
     GstStreamerError m_successorFailure;
     qint64 m_playOutPosition = -1;
     QString m_missingPlugin;

@@ -79,6 +79,7 @@ bool GstEngine::haltPipeline() {
     m_errorTimer.stop();
     m_errors.clear();
     m_successorFailed = false;
+    m_playingOutAlone = false;
     m_successorFailure = GstStreamerError();
     m_pollTimer.stop();
     const bool wasRunning = m_running;
@@ -152,11 +153,17 @@ void GstEngine::poll() {
         Q_EMIT updated();
     // A failed successor waits for the running track to play out: its end,
     // or the sink has nothing more (the position stands still while playing).
-    if (m_successorFailed && !m_paused) {
+    if (m_successorFailed && !m_paused && !m_playingOutAlone) {
         const bool atEnd = m_durationMs > 0 && m_positionMs >= m_durationMs;
-        if (atEnd || m_positionMs == m_playOutPosition)
+        if (atEnd) {
             finishSuccessorFailure();
-        else
+        } else if (m_positionMs == m_playOutPosition) {
+            if (m_positionMs > 0)
+                finishSuccessorFailure();
+            else
+                playOutAlone();
+        } else {
             m_playOutPosition = m_positionMs;
+        }
     }
 }
