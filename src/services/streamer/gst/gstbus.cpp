@@ -198,8 +198,19 @@ void GstEngine::handleAsyncDone() {
 
 void GstEngine::handleStreamStart() {
     m_track.dataSeen = true;
-    if (m_handoff.handedOver() > m_startedSuccessors)
+    // A short track can be read whole, and its successor handed over, before
+    // its own stream starts: the first STREAM_START is always the track's own.
+    if (!m_track.streamStarted) {
+        m_track.streamStarted = true;
+        return;
+    }
+    if (m_handoff.handedOver() > m_startedSuccessors) {
+        const quint64 generation = m_generation;
         startSuccessor();
+        // This message was the successor's own start (unless it was restarted).
+        if (generation == m_generation)
+            m_track.streamStarted = true;
+    }
 }
 
 void GstEngine::onAboutToFinishReached(quint64 generation, int handedOverBefore) {

@@ -58,10 +58,10 @@ typedef struct _GstBus GstBus;
 // pipeline holds (until its position stops moving or reaches its end, or
 // its EOS), then nextStarted() and failed() report the successor's failure
 // (or ended() alone when the successor was cleared after the hand-over).
-// When the failure comes before the running track has played anything (a
-// track that the decoder's queues swallow whole before it prerolls), the
-// failed successor holds the pipeline: the running track is started again
-// alone and the failure is reported at its end. A state change
+// When the position stands still well before the track's end (a track that
+// the decoder's queues swallow whole before it prerolls), the failed
+// successor holds the pipeline: the running track is started again alone
+// (from its start) and the failure is reported at its end. A state change
 // that fails while stopping or restarting the pipeline: crashed(), and the
 // pipeline is built anew.
 //
@@ -115,6 +115,8 @@ private:
         bool buffering = false; // waits in PAUSED for a full buffer
         bool reportsBuffering = false;
         bool dataSeen = false;
+        // Its own STREAM_START has come: a later one is a successor's.
+        bool streamStarted = false;
     };
 
     // gstpipeline.cpp: building, states, queries.

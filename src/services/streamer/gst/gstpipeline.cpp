@@ -158,7 +158,10 @@ void GstEngine::poll() {
         if (atEnd) {
             finishSuccessorFailure();
         } else if (m_positionMs == m_playOutPosition) {
-            if (m_positionMs > 0)
+            // Standing still near the end: played out. Well before it: the
+            // failed successor holds the pipeline.
+            const bool nearItsEnd = m_durationMs <= 0 || m_positionMs >= m_durationMs - 2 * PollIntervalMs;
+            if (nearItsEnd)
                 finishSuccessorFailure();
             else
                 playOutAlone();
