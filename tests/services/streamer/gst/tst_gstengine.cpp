@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "gstengine.h"
+#include "gsttestfixture.h"
 #include "gsttestmedia.h"
 #include "streamererrors.h"
 #include "support/eventloop.h"
@@ -43,29 +44,14 @@ struct EngineRun {
     QString detail;
 };
 
-class GstEngineTest : public testing::Test {
+class GstEngineTest : public gsttest::Fixture {
 protected:
-    void SetUp() override {
-        ASSERT_TRUE(dir.isValid());
-        GstEngine::ensureGstInitialised();
-    }
-    QString path(const QString& name) const { return dir.filePath(name); }
     QString writeWav(const QString& name, const QVector<qint16>& samples) {
-        QFile file(path(name));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(gsttest::wavFile(samples));
-        return path(name);
-    }
-    QByteArray read(const QString& name) {
-        QFile file(path(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        return write(name, gsttest::wavFile(samples));
     }
     AudioSinkSpec wavSink() const {
         return AudioSinkSpec(AudioSinkSpec::Kind::Wav, path(QStringLiteral("out.wav")));
     }
-
-    QTemporaryDir dir;
-    HttpTestServer server;
 };
 
 TEST_F(GstEngineTest, GaplessToTheSampleOverHttp) {

@@ -10,6 +10,7 @@
 
 #include "gstengine.h"
 #include "gststreamer.h"
+#include "gsttestfixture.h"
 #include "gsttestmedia.h"
 #include "playlistparsenode.h"
 #include "playlogicinterface.h"
@@ -67,27 +68,7 @@ struct Player {
     TrackListPlayLogic logic;
 };
 
-class GstStreamerPlayLogicTest : public testing::Test {
-protected:
-    void SetUp() override {
-        ASSERT_TRUE(dir.isValid());
-        GstEngine::ensureGstInitialised();
-    }
-    QString path(const QString& name) const { return dir.filePath(name); }
-    QString write(const QString& name, const QByteArray& bytes) {
-        QFile file(path(name));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
-        return path(name);
-    }
-    QByteArray read(const QString& name) {
-        QFile file(path(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-
-    QTemporaryDir dir;
-    HttpTestServer server;
-};
+using GstStreamerPlayLogicTest = gsttest::Fixture;
 
 TEST_F(GstStreamerPlayLogicTest, ListPlaysGaplesslyToTheSample) {
     const QVector<qint16> tracks[] = {gsttest::tone(44100, 1), gsttest::tone(66150, 2),
