@@ -126,8 +126,9 @@ private:
     bool setPipelineState(int state);
     // PLAYING when prerolled, buffered and not paused, else PAUSED.
     void applyTargetState();
-    // Releases a waiting about-to-finish, brings the pipeline to READY and
-    // starts a new generation. false: the pipeline is lost (crash handled).
+    // Releases a waiting about-to-finish, brings the pipeline to READY (NULL
+    // after a failed play or successor) and starts a new generation. false:
+    // the pipeline is lost (crash handled).
     bool haltPipeline();
     void crash(const QString& detail);
     // Queries position, duration and seekability; emits updated() on change.

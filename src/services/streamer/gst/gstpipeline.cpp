@@ -76,6 +76,12 @@ bool GstEngine::haltPipeline() {
     // A streaming thread waiting in about-to-finish would hold the state
     // change below: let it go first.
     m_handoff.release();
+    // A play that failed, or whose successor did, can leave playbin's
+    // source group of the failure behind, and the next play on READY would
+    // inherit its errors (seen now and then with a failed gapless
+    // successor): such a pipeline goes down to NULL, which drops every
+    // source group. The sink is opened again by the next play.
+    const bool failed = !m_errors.isEmpty() || m_successorFailed || m_playingOutAlone;
     m_errorTimer.stop();
     m_errors.clear();
     m_successorFailed = false;
@@ -91,7 +97,7 @@ bool GstEngine::haltPipeline() {
             return false;
         }
     }
-    const bool halted = setPipelineState(GST_STATE_READY);
+    const bool halted = setPipelineState(failed ? GST_STATE_NULL : GST_STATE_READY);
     ++m_generation;
     if (!halted) {
         crash(QStringLiteral("the pipeline could not be brought to READY"));
