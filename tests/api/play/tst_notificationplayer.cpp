@@ -181,12 +181,9 @@ TEST_F(NotificationPlayerTest, ReportsForNoPendingNotificationAreAcknowledged) {
     const QString stranger = QStringLiteral("alarm-stranger");
     const std::pair<QVariant, QString> rows[] = {
         {response(stranger, Type::finished), kUnknown + stranger},
-        {response(stranger, Type::error), kUnknown + stranger},
         {response(stranger, Type::cancelled), QString()},
         {response(QString(), Type::finished), kUnknown},
         {QVariant(QStringLiteral("finished")), kUnknown},
-        {QVariant(QVariantList{pendingItem.id(), 2}), kUnknown},
-        {QVariant(), kUnknown},
         {QVariantHash{{ZuvoValue::NotificationPlayerResponse(), pendingItem.id()}}, kUnknown},
         {QVariantHash{{ZuvoValue::NotificationPlayerResponse(),
                        QVariantHash{{ZuvoNotificationPlayerResponse::Id(), 7},

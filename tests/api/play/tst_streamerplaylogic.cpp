@@ -72,10 +72,8 @@ TEST(StreamerPlayLogic, TrackPlaysToItsEnd) {
             h.streamer.publishData(data);
             ASSERT_TRUE(reaches(h, state));
         }
-        for (const auto& level : {std::make_pair(99.9, 99.0), std::make_pair(0.0, 0.0)}) {
-            h.streamer.publishBufferingLevel(level.first);
-            EXPECT_TRUE(waitUntil([&] { return h.client->bufferLevel() == level.second; })) << level.first;
-        }
+        h.streamer.publishBufferingLevel(57.0);
+        EXPECT_TRUE(waitUntil([&] { return h.client->bufferLevel() == 57.0; }));
         h.streamer.publishPlayTime(59000);
         ASSERT_TRUE(waitUntil([&] { return h.client->playTime() == 59000; }));
         if (nearEnd) {
@@ -186,47 +184,23 @@ TEST(StreamerPlayLogic, NewPlaybackIdIsNewMediaOnlyWhenRunningWithoutError) {
     }
 }
 
-// A named streamer error of a media that is no clip leads to the next
-// resource, as a new playback, as long as there is one.
-TEST(StreamerPlayLogic, StreamErrorFallsBackOnlyForNamedErrorsOfNonClips) {
-    const struct {
-        const char* name;
-        ZuvoAudioType::Enum audioType;
-        int code;
-        bool fallsBack;
-    } rows[] = {{"stream, named error", ZuvoAudioType::stream, -16, true},
-                {"clip, named error", ZuvoAudioType::clip, -16, false},
-                {"stream, end of stream", ZuvoAudioType::stream, -13, false}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        SplWorld h;
-        TestStreamerPlayLogic logic(h.scope.nodes(), h.basePath);
-        const ZuvoRoles track = item({"http://r/1", "http://r/2", "http://r/3"});
-        ZuvoRoles media = track;
-        media.setAudioType(row.audioType);
-        ZuvoStreamerData data = h.playAndStart(track, media);
-        ASSERT_FALSE(data.isEmpty());
-        for (int failed = 1; failed <= (row.fallsBack ? 2 : 1); ++failed) {
-            h.streamer.publishData(stoppedWith(data, row.code, QStringLiteral("e")));
-            if (!row.fallsBack)
-                break;
-            ASSERT_TRUE(h.waitForCount(Command::play, failed + 1));
-            const ZuvoRoles sent = h.sent(Command::play, failed).roles();
-            EXPECT_EQ(activeUri(sent), QStringLiteral("http://r/%1").arg(failed + 1));
-            data = spltest::streamerData(failed + 1, Playing, sent);
-            h.streamer.publishData(data);
-            ASSERT_TRUE(waitUntil([&] { return h.published().streamId() == failed + 1; }));
-        }
-        if (row.fallsBack) {
-            EXPECT_EQ(h.published().state(), Playing);
-            EXPECT_TRUE(h.published().error().isEmpty());
-        } else {
-            ASSERT_TRUE(waitUntil(
-                [&] { return !h.published().error().isEmpty() || h.published().state() == Stopped; }));
-            drainEvents();
-            EXPECT_EQ(h.count(Command::play), 1);
-        }
+// A named streamer error leads to the next resource, as a new playback, as
+// long as there is one (not for a clip, nor the end of a stream: see below).
+TEST_F(Spl, StreamErrorFallsBackOverTheResources) {
+    const ZuvoRoles track = item({"http://r/1", "http://r/2", "http://r/3"});
+    ZuvoStreamerData data = h.playAndStart(track);
+    ASSERT_FALSE(data.isEmpty());
+    for (int failed = 1; failed <= 2; ++failed) {
+        h.streamer.publishData(stoppedWith(data, -16, QStringLiteral("e")));
+        ASSERT_TRUE(h.waitForCount(Command::play, failed + 1));
+        const ZuvoRoles sent = h.sent(Command::play, failed).roles();
+        EXPECT_EQ(activeUri(sent), QStringLiteral("http://r/%1").arg(failed + 1));
+        data = spltest::streamerData(failed + 1, Playing, sent);
+        h.streamer.publishData(data);
+        ASSERT_TRUE(waitUntil([&] { return h.published().streamId() == failed + 1; }));
     }
+    EXPECT_EQ(h.published().state(), Playing);
+    EXPECT_TRUE(h.published().error().isEmpty());
 }
 
 ZuvoRoles withResources(const QList<ZuvoResource>& resources, const ZuvoResource& active) {
@@ -380,7 +354,7 @@ TEST_F(Spl, DestroyingWhilePlayingStopsTheStreamer) {
 // for a while (the playback not ended), the end of playback, or the URL handed
 // to the playlist parser.
 enum class Outcome { Shown, Ended, ToParser };
-enum class Setup { Plain, Radio, NoResources, UserStop, Restart };
+enum class Setup { Plain, Radio, NoResources, UserStop, Restart, Clip };
 
 const struct ErrorRow {
     int code; // 0: the stopped record carries no error
@@ -391,6 +365,7 @@ const struct ErrorRow {
     const char* message;   // published error text (Shown only)
 } errorRows[] = {
     {-16, "e", Setup::Plain, Outcome::Shown, "couldNotOpenStream", "Could not open stream!"},
+    {-16, "e", Setup::Clip, Outcome::Shown, "couldNotOpenStream", "Could not open stream!"},
     {-17, "e", Setup::Plain, Outcome::Shown, "notAuthorized",
      "Access to this stream is not authorized by the content provider"},
     {-18, "e", Setup::Plain, Outcome::Shown, "couldNotRead", "Could not read source!"},
@@ -428,9 +403,11 @@ TEST(StreamerPlayLogic, StoppedStreamerByCode) {
         QTimer* const timer = spltest::errorReportTimer(logic);
         ASSERT_NE(timer, nullptr);
         EXPECT_EQ(timer->interval(), 2000);
-        // The user's stop is tried with a second resource at hand.
+        // A second resource is at hand where none may be tried: after the
+        // user's stop, at the end of a stream, for a clip.
+        const bool second = row.setup == Setup::UserStop || row.setup == Setup::Clip || row.code == -13;
         const QStringList uris = row.setup == Setup::NoResources ? QStringList()
-                                 : row.setup == Setup::UserStop  ? QStringList{a1, a2}
+                                 : second                        ? QStringList{a1, a2}
                                                                  : QStringList{a1};
         const bool radio = row.setup == Setup::Radio;
         const ZuvoRoles track =
@@ -438,7 +415,9 @@ TEST(StreamerPlayLogic, StoppedStreamerByCode) {
                 if (radio)
                     m.setServiceID(ZuvoService_AirableRadios_Id());
             });
-        const ZuvoStreamerData data = h.playAndStart(track);
+        ZuvoRoles media = track;
+        media.setAudioType(row.setup == Setup::Clip ? ZuvoAudioType::clip : ZuvoAudioType::stream);
+        const ZuvoStreamerData data = h.playAndStart(track, media);
         ASSERT_FALSE(data.isEmpty());
         ASSERT_TRUE(waitUntil([&] { return h.stateChange.count() == 1; }));
         if (row.setup == Setup::UserStop) {
