@@ -3,18 +3,16 @@
 #include "eventloop.h"
 #include "model/cmactivatenode.h"
 
-TestServiceNode::TestServiceNode(CMNodes* nodes, const CMPath& path, QObject* parent)
-    : QObject(parent) {
-    CMActivateNode* node = CMActivateNode::create(nodes, path);
-    node->setInvoke(this, &TestServiceNode::onInvoked, Qt::QueuedConnection);
+TestServiceNode::TestServiceNode(CMNodes* nodes, const CMPath& path) {
+    CMActivateNode::create(nodes, path)->setInvoke(this, &TestServiceNode::onInvoked, Qt::QueuedConnection);
 }
 
 void TestServiceNode::onInvoked(const CMSetDataRequest& request) {
-    m_requests.append(request);
-    if (m_hold)
+    requests.append(request);
+    if (hold)
         return;
-    if (m_answer)
-        m_answer(request);
+    if (answer)
+        answer(request);
     else
         request.reply().setValue(QVariant());
 }
@@ -49,15 +47,6 @@ ZuvoRoles withMetaData(ZuvoRoles roles, const std::function<void(ZuvoMetaData&)>
     ZuvoMetaData metaData = mediaData.metaData();
     change(metaData);
     mediaData.setMetaData(metaData);
-    roles.setMediaData(mediaData);
-    return roles;
-}
-
-ZuvoRoles withActiveResource(ZuvoRoles roles, const std::function<void(ZuvoResource&)>& change) {
-    ZuvoMediaData mediaData = roles.mediaData();
-    ZuvoResource active = mediaData.activeResource();
-    change(active);
-    mediaData.setActiveResource(active);
     roles.setMediaData(mediaData);
     return roles;
 }
@@ -126,7 +115,6 @@ ZuvoStreamerData SplWorld::playAndStart(const ZuvoRoles& track, const ZuvoRoles&
     client->playContainer(media, track, 0, 0);
     if (!waitForCount(Command::play, playsBefore + 1))
         return ZuvoStreamerData();
-    // The streamer reports the roles it was given.
     ZuvoStreamerData data =
         spltest::streamerData(id, ZuvoPlayLogicState::playing, sent(Command::play, playsBefore).roles());
     ZuvoPlayLogicStatus status;

@@ -3,65 +3,44 @@
 #include <QList>
 #include <QObject>
 #include <QTimer>
-#include <QVariant>
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 
 #include "model/cmnodes.h"
-#include "model/cmpath.h"
 #include "model/cmrequest.h"
 #include "playlogicinterface.h"
 #include "streamerplaylogic.h"
 #include "support/teststreamerservice.h"
 #include "zuvo.h"
 
-// A service node for play-logic tests: an activation node at a path that
-// records every set-data request it receives (role and value) and answers it
-// through a scriptable answer function. Stands in for an item's pre-play
-// node, its playback-state-change node, the notification display and the
-// playlist parser.
-//
-// The node is created in nodes and owned by that registry; requests are
-// delivered through the event loop (queued), like any activation node.
-// With holdRequests(true) requests are only recorded; the test answers them
-// later through requests().
+// Stands in for a service node (an item's pre-play or state-change node, the
+// notification display, the playlist parser): an activation node at path, in
+// nodes, that records every request (delivered queued) and answers it with
+// answer, by default success with an empty value. With hold set requests are
+// only recorded; the test answers them through requests.
 class TestServiceNode : public QObject {
-    Q_OBJECT
 public:
-    using Answer = std::function<void(const CMSetDataRequest&)>;
+    TestServiceNode(CMNodes* nodes, const CMPath& path);
 
-    TestServiceNode(CMNodes* nodes, const CMPath& path, QObject* parent = nullptr);
-    Q_DISABLE_COPY(TestServiceNode)
+    std::function<void(const CMSetDataRequest&)> answer;
+    bool hold = false;
+    QList<CMSetDataRequest> requests;
 
-    // Default: success with an empty value.
-    void setAnswer(Answer answer) { m_answer = std::move(answer); }
-    void holdRequests(bool hold) { m_hold = hold; }
-
-    int count() const { return m_requests.size(); }
-    const QList<CMSetDataRequest>& requests() const { return m_requests; }
-    // The value of request i as a hash.
-    QVariantHash valueAt(int i) const { return m_requests.at(i).data().toHash(); }
+    int count() const { return requests.size(); }
+    QVariantHash valueAt(int i) const { return requests.at(i).data().toHash(); }
 
 private:
     void onInvoked(const CMSetDataRequest& request);
-
-    Answer m_answer;
-    bool m_hold = false;
-    QList<CMSetDataRequest> m_requests;
 };
 
-// Builders of the records the streamer play logic tests exchange.
 namespace spltest {
 
 // An item with the given resource URIs, the first one active, reporting its
 // playback states to stateChangePath (when not empty).
 ZuvoRoles item(const QStringList& uris, const CMPath& stateChangePath = CMPath(), bool live = false);
-// The same item with its metadata / its active resource changed by change.
 ZuvoRoles withMetaData(ZuvoRoles roles, const std::function<void(ZuvoMetaData&)>& change);
-ZuvoRoles withActiveResource(ZuvoRoles roles, const std::function<void(ZuvoResource&)>& change);
 ZuvoRoles withPrePlay(const ZuvoRoles& roles, const CMPath& prePlayPath);
-// Streamer data of one playback.
 ZuvoStreamerData streamerData(int playbackId, ZuvoPlayLogicState::Enum state, const ZuvoRoles& trackRoles);
 // data stopped with a streamer error.
 ZuvoStreamerData stoppedWith(ZuvoStreamerData data, int code, const QString& name,
@@ -72,16 +51,14 @@ QTimer* errorReportTimer(const StreamerPlayLogic& logic);
 
 } // namespace spltest
 
-// A play logic with a track list, built on StreamerPlayLogic through its
-// hooks: every control is published as enabled once a media starts, and when
-// the streamer asks for the next media the next queued track (if any) is
-// sent as gapless next media. Exposes the protected steps for tests.
+// A play logic with a track list, built through StreamerPlayLogic's hooks:
+// every control is published as enabled once a media starts, and when the
+// streamer asks for the next media the first of upcoming (if any) is sent as
+// gapless next media. Exposes protected steps for tests.
 class TestStreamerPlayLogic : public StreamerPlayLogic {
-    Q_OBJECT
 public:
     using StreamerPlayLogic::StreamerPlayLogic;
 
-    // Tracks to queue, one per prepareNextMedia().
     QList<ZuvoRoles> upcoming;
     int prepareNextMediaCalls = 0;
     int tryResumeCalls = 0;
@@ -100,11 +77,9 @@ public:
     void tryResumePlayback() override { ++tryResumeCalls; }
 };
 
-// One streamer play logic test world: a fresh registry, the test streamer
-// service on the default streamer paths, service nodes for pre-play,
-// playback-state change, the notification display and the playlist parser
-// (which holds its requests), and the client of the play logic at basePath.
-// The play logic itself is the test's; it must go before the world.
+// A play logic's world: a fresh registry, the test streamer service on the
+// default paths, service nodes (the parser holds its requests) and the client
+// of the play logic at basePath. A play logic must go before its world.
 struct SplWorld {
     using Command = TestStreamerService::Command;
 
@@ -117,44 +92,33 @@ struct SplWorld {
     const CMPath basePath{"/test/streamerPlayLogic"};
     PlayLogicInterface* const client = PlayLogicInterface::instance(basePath);
 
-    SplWorld() { parser.holdRequests(true); }
+    SplWorld() { parser.hold = true; }
 
     static CMPath stateChangePath() { return CMPath("/service/stateChange"); }
     static CMPath prePlayPath() { return CMPath("/service/prePlay"); }
 
     ZuvoPlayLogicData published() const { return client->data(); }
     int count(Command command) const { return streamer.count(command); }
-    // Arguments of the i-th play / setNextMedia the streamer received.
+    // Arguments of the i-th invocation of command.
     ZuvoStreamerPlayArgs sent(Command command, int i) const;
-    // Runs the event loop until the streamer has received n commands of command.
     bool waitForCount(Command command, int n) const { return streamer.waitForCount(command, n); }
-    // Plays track (in media, when given) through the client and lets the
-    // streamer start it (state playing, duration 60000 ms, the track roles it
-    // received) with the next playback id; returns the streamer data published, or an empty record
-    // when the play did not reach the streamer or the published data.
+    // Plays track (in media) through the client and lets the streamer start
+    // the roles it received (playing, 60000 ms) with the next playback id;
+    // returns the streamer data, empty when the play or its start got stuck.
     ZuvoStreamerData playAndStart(const ZuvoRoles& track, const ZuvoRoles& media = ZuvoRoles());
 };
 
 // GoogleTest fixture: a world and a play logic of type Logic on it.
 template <typename Logic = TestStreamerPlayLogic> class SplTest : public ::testing::Test {
 protected:
-    using Command = TestStreamerService::Command;
-
     void SetUp() override { logic = std::make_unique<Logic>(h.scope.nodes(), h.basePath); }
-
     ZuvoPlayLogicData published() const { return h.published(); }
-    ZuvoStreamerData playAndStart(const ZuvoRoles& track, const ZuvoRoles& media = ZuvoRoles()) {
-        const ZuvoStreamerData data = h.playAndStart(track, media);
-        EXPECT_FALSE(data.isEmpty());
-        return data;
-    }
 
     SplWorld h;
     std::unique_ptr<Logic> logic;
 };
 
-// Records every state the play logic publishes, in order; disconnects
-// itself when destroyed.
+// Every state the play logic publishes, in order.
 class PublishedStates : public QObject {
 public:
     explicit PublishedStates(PlayLogicBase* logic);

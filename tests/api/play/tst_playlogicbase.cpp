@@ -1,85 +1,99 @@
+// PlayLogicBase through its client: the published values, the dispatch of
+// control commands by state, the held-back play and the ping watchdog.
+
 #include <QTimer>
 #include <gtest/gtest.h>
 #include <memory>
-#include <vector>
 
 #include "model/cmnodes.h"
+#include "playlogicbase.h"
 #include "playlogicinterface.h"
 #include "support/eventloop.h"
 #include "support/logcapture.h"
-#include "support/testplaylogic.h"
 
-using zuvotest::TestPlayLogic;
 using zuvotest::waitUntil;
 using Control = ZuvoPlayLogicControl;
+using State = ZuvoPlayLogicState;
 
 namespace {
 
 const CMPath kPath("/test/playlogic");
 
-ZuvoPlayLogicControlArgs argsFor(int control) {
-    ZuvoPlayLogicControlArgs args;
-    args.__insert(ZuvoPlayLogicControlArgs::Control(), control);
-    return args;
-}
+// The smallest concrete play logic: play, stop and next record their request
+// and answer it; play publishes playing with the media roles and stop
+// publishes stopped (unless stopPublishes is cleared). The other handlers are
+// the base's.
+class TestPlayLogic : public PlayLogicBase {
+public:
+    using PlayLogicBase::PlayLogicBase;
+    using PlayLogicBase::setBufferLevel;
+    using PlayLogicBase::setData;
+    using PlayLogicBase::setPlayByte;
+    using PlayLogicBase::setPlayMode;
+    using PlayLogicBase::setPlayTime;
+
+    QList<std::pair<int, QVariantHash>> calls; // control, arguments
+    bool stopPublishes = true;
+
+    int count(int control) const {
+        return int(
+            std::count_if(calls.begin(), calls.end(), [&](const auto& c) { return c.first == control; }));
+    }
+    void publish(State::Enum state, bool keepActive = false) {
+        ZuvoPlayLogicData published = data();
+        published.setState(state);
+        published.setKeepActive(keepActive);
+        setData(published);
+    }
+    void setUnsupervised() { m_unsupervised = true; }
+    QTimer* pingTimer() const { return findChild<QTimer*>(QStringLiteral("pingTimeoutTimer")); }
+
+    void play(const CMSetDataRequest& request) override {
+        record(Control::play, request);
+        ZuvoPlayLogicData published;
+        published.setState(State::playing);
+        published.setMediaRoles(ZuvoPlayLogicPlayArgs(zuvo_detail::toHash(request.data())).mediaRoles());
+        setData(published);
+    }
+    void stop(const CMSetDataRequest& request) override {
+        record(Control::stop, request);
+        if (stopPublishes)
+            publish(State::stopped, data().keepActive());
+    }
+    void next(const CMSetDataRequest& request) override { record(Control::next, request); }
+
+private:
+    void record(int control, const CMSetDataRequest& request) {
+        calls.append({control, zuvo_detail::toHash(request.data())});
+        request.reply().setValue(QVariant());
+    }
+};
 
 ZuvoRoles titled(const QString& title) {
     ZuvoRoles roles;
     roles.setTitle(title);
     return roles;
 }
-
-QString titleOf(const TestPlayLogic::Call& call) {
-    return ZuvoPlayLogicPlayArgs(call.arguments()).mediaRoles().__value(ZuvoRoles::Title()).toString();
+QString titleOf(const QVariantHash& playArgs) {
+    return ZuvoPlayLogicPlayArgs(playArgs).mediaRoles().title();
 }
-
 bool finishes(const CMReply<QVariant>& reply) {
     return waitUntil([&] { return reply.isFinished(); });
 }
 
-// A fresh registry and play logic; destroyed in reverse order.
 struct Fixture {
     CMRootScope root;
     std::unique_ptr<TestPlayLogic> logic = std::make_unique<TestPlayLogic>(root.nodes(), kPath);
     PlayLogicInterface* client = PlayLogicInterface::instance(kPath);
-
     ~Fixture() {
         logic.reset();
         zuvotest::drainEvents();
     }
-    int count(Control::Enum control) const { return logic->callsOf(control).size(); }
 };
-
-// What a dispatched control leads to with TestPlayLogic, which overrides
-// play, stop and next and keeps the base's defaults for the rest.
-void expectDispatched(const Fixture& f, int control, const CMReply<QVariant>& reply) {
-    ASSERT_TRUE(finishes(reply)) << control;
-    const CMError error = reply.error();
-    switch (control) {
-    case Control::play:
-    case Control::stop:
-    case Control::next:
-        EXPECT_EQ(f.logic->calls().size(), 1) << control;
-        EXPECT_EQ(f.logic->calls().last().control, control);
-        EXPECT_TRUE(error.isEmpty()) << control;
-        break;
-    case Control::ping:
-        EXPECT_TRUE(error.isEmpty()) << control;
-        break;
-    default:
-        EXPECT_TRUE(f.logic->calls().isEmpty()) << control;
-        EXPECT_EQ(error.name(), CMError::DefaultName()) << control;
-        EXPECT_EQ(error.title(), CMError::DefaultTitle().toString());
-        if (control >= Control::pause && control <= Control::changePlayMode)
-            EXPECT_EQ(error.message(), QStringLiteral("Operation not supported.")) << control;
-        else
-            EXPECT_EQ(error.message(), QStringLiteral("Unrecognized control command: %1").arg(control));
-    }
-}
 
 } // namespace
 
-TEST(PlayLogicBase, FreshNodePublishesInitialValuesReadOnlyToClients) {
+TEST(PlayLogicBase, PublishedValues) {
     Fixture f;
     EXPECT_EQ(f.client->playTime(), 0);
     EXPECT_EQ(f.client->playByte(), 0);
@@ -87,7 +101,6 @@ TEST(PlayLogicBase, FreshNodePublishesInitialValuesReadOnlyToClients) {
     EXPECT_EQ(f.client->playMode(), ZuvoPlayerPlayMode::normal);
     EXPECT_TRUE(CMRoot()->getValue(f.client->dataPath()).isValid());
     EXPECT_TRUE(f.client->data().isEmpty());
-
     for (const CMPath& path : {f.client->dataPath(), f.client->playTimePath(), f.client->playBytePath(),
                                f.client->bufferingLevelPath(), f.client->playModePath()}) {
         ZuvoValue value;
@@ -98,171 +111,156 @@ TEST(PlayLogicBase, FreshNodePublishesInitialValuesReadOnlyToClients) {
         EXPECT_EQ(reply.error().name(), QStringLiteral("ReadOnly")) << path.toEncoded().toStdString();
     }
     EXPECT_EQ(f.client->playTime(), 0);
-}
 
-TEST(PlayLogicBase, SettersWriteTheNodeThenSignalOnEveryCall) {
-    Fixture f;
-    QStringList seen; // each signal, with the value the client read inside it
+    // The setters signal after the node was written (the client reads the
+    // new value inside), on every call, changed or not.
+    QStringList seen;
+    const auto note = [&](const char* what, double value, double read) {
+        seen << QStringLiteral("%1 %2 %3").arg(QLatin1String(what)).arg(value).arg(read);
+    };
+    PlayLogicBase* logic = f.logic.get();
     QObject context;
-    QObject::connect(f.logic.get(), &PlayLogicBase::playTimeChanged, &context, [&](qint64 v) {
-        seen << QStringLiteral("time %1 %2").arg(v).arg(f.client->playTime());
-    });
-    QObject::connect(f.logic.get(), &PlayLogicBase::playByteChanged, &context, [&](qint64 v) {
-        seen << QStringLiteral("byte %1 %2").arg(v).arg(f.client->playByte());
-    });
-    QObject::connect(f.logic.get(), &PlayLogicBase::bufferLevelChanged, &context, [&](double v) {
-        seen << QStringLiteral("level %1 %2").arg(v).arg(f.client->bufferLevel());
-    });
-    QObject::connect(f.logic.get(), &PlayLogicBase::playModeChanged, &context,
-                     [&](ZuvoPlayerPlayMode::Enum v) {
-                         seen << QStringLiteral("mode %1 %2").arg(v).arg(f.client->playMode());
-                     });
-    QObject::connect(f.logic.get(), &PlayLogicBase::playbackDataChanged, &context,
-                     [&](const ZuvoPlayLogicData& d) {
-                         seen << QStringLiteral("data %1 %2").arg(d.state()).arg(f.client->data().state());
-                     });
-
+    QObject::connect(logic, &PlayLogicBase::playTimeChanged, &context,
+                     [&](qint64 v) { note("time", v, f.client->playTime()); });
+    QObject::connect(logic, &PlayLogicBase::playByteChanged, &context,
+                     [&](qint64 v) { note("byte", v, f.client->playByte()); });
+    QObject::connect(logic, &PlayLogicBase::bufferLevelChanged, &context,
+                     [&](double v) { note("level", v, f.client->bufferLevel()); });
+    QObject::connect(logic, &PlayLogicBase::playModeChanged, &context,
+                     [&](ZuvoPlayerPlayMode::Enum v) { note("mode", v, f.client->playMode()); });
+    QObject::connect(logic, &PlayLogicBase::playbackDataChanged, &context,
+                     [&](const ZuvoPlayLogicData& d) { note("data", d.state(), f.client->data().state()); });
     for (int round = 0; round < 2; ++round) {
         f.logic->setPlayTime(1500);
         f.logic->setPlayByte(4096);
         f.logic->setBufferLevel(0.5);
         f.logic->setPlayMode(ZuvoPlayerPlayMode::repeatAll);
-        f.logic->publishState(ZuvoPlayLogicState::paused);
+        f.logic->publish(State::paused);
     }
     const QStringList once = {"time 1500 1500", "byte 4096 4096", "level 0.5 0.5", "mode 4 4", "data 3 3"};
     EXPECT_EQ(seen, once + once);
 }
 
-TEST(PlayLogicBase, StoppedStateDispatchesOnlyPlayModePingAndKeepActiveCommands) {
-    for (const bool keepActive : {false, true}) {
-        for (int control = Control::play; control <= Control::ping + 1; ++control) {
+// Stopped, only play, changePlayMode and ping are dispatched (stop and pause
+// too with keepActive); the rest succeed unseen. Not stopped, every control
+// but play is dispatched. TestPlayLogic handles play, stop and next; the
+// base answers the other known controls as not supported.
+TEST(PlayLogicBase, DispatchByPublishedState) {
+    const struct {
+        State::Enum state;
+        bool keepActive;
+    } rows[] = {{State::stopped, false}, {State::stopped, true}, {State::playing, false}};
+    for (const auto& row : rows) {
+        for (int control = -1; control <= Control::ping + 1; ++control) {
+            if (control == Control::play && row.state != State::stopped)
+                continue; // held back: see below
+            SCOPED_TRACE(testing::Message() << "control " << control << " state " << row.state
+                                            << " keepActive " << row.keepActive);
             Fixture f;
-            f.logic->publishState(ZuvoPlayLogicState::stopped, keepActive);
-            const CMReply<QVariant> reply = f.client->control(argsFor(control), CMReply<QVariant>());
-            const bool dispatched = control == Control::play || control == Control::changePlayMode ||
-                                    control == Control::ping ||
-                                    (keepActive && (control == Control::stop || control == Control::pause));
-            SCOPED_TRACE(testing::Message() << "control " << control << " keepActive " << keepActive);
-            if (dispatched) {
-                expectDispatched(f, control, reply);
-            } else {
-                ASSERT_TRUE(finishes(reply));
-                EXPECT_TRUE(reply.error().isEmpty());
+            f.logic->publish(row.state, row.keepActive);
+            ZuvoPlayLogicControlArgs args;
+            args.__insert(ZuvoPlayLogicControlArgs::Control(), control);
+            const CMReply<QVariant> reply = f.client->control(args, CMReply<QVariant>());
+            ASSERT_TRUE(finishes(reply));
+            const CMError error = reply.error();
+            const bool handled =
+                control == Control::play || control == Control::stop || control == Control::next;
+            const bool dispatched =
+                row.state != State::stopped || control == Control::play ||
+                control == Control::changePlayMode || control == Control::ping ||
+                (row.keepActive && (control == Control::stop || control == Control::pause));
+            EXPECT_EQ(f.logic->calls.size(), dispatched && handled ? 1 : 0);
+            EXPECT_EQ(f.logic->calls.value(0).first, dispatched && handled ? control : 0);
+            if (!dispatched || handled || control == Control::ping) {
+                EXPECT_TRUE(error.isEmpty());
                 EXPECT_FALSE(reply.value().isValid());
-                EXPECT_TRUE(f.logic->calls().isEmpty());
+                continue;
             }
+            EXPECT_EQ(error.name(), CMError::DefaultName());
+            EXPECT_EQ(error.title(), CMError::DefaultTitle().toString());
+            EXPECT_EQ(error.message(), control >= Control::pause && control <= Control::changePlayMode
+                                           ? QStringLiteral("Operation not supported.")
+                                           : QStringLiteral("Unrecognized control command: %1").arg(control));
         }
     }
 }
 
-TEST(PlayLogicBase, NonStoppedStateDispatchesEveryControlButPlay) {
-    for (int control : {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, -1}) {
-        Fixture f;
-        f.logic->publishState(ZuvoPlayLogicState::playing);
-        SCOPED_TRACE(testing::Message() << "control " << control);
-        expectDispatched(f, control, f.client->control(argsFor(control), CMReply<QVariant>()));
-    }
-}
-
+// Plays while playing send one stop (reason newPlayRequest); each newer play
+// cancels the waiting one. Once stopped is published the last play goes
+// through the tree again, so it runs later.
 TEST(PlayLogicBase, PlaysWhilePlayingSendOneStopAndOnlyTheLastRunsOnceStopped) {
     Fixture f;
-    const CMReply<QVariant> first = f.client->play(titled("first"));
-    ASSERT_TRUE(finishes(first));
-    f.logic->setStopPublishesStopped(false);
-
+    ASSERT_TRUE(finishes(f.client->play(titled("first"))));
+    f.logic->stopPublishes = false;
     const CMReply<QVariant> a = f.client->play(titled("a"));
     const CMReply<QVariant> b = f.client->play(titled("b"));
     const CMReply<QVariant> c = f.client->play(titled("c"));
-    ASSERT_TRUE(waitUntil([&] { return a.isFinished() && b.isFinished() && f.count(Control::stop) == 1; }));
+    ASSERT_TRUE(
+        waitUntil([&] { return a.isFinished() && b.isFinished() && f.logic->count(Control::stop) == 1; }));
     zuvotest::drainEvents();
     EXPECT_EQ(a.error().name(), CMVoidReply::ErrorCancel());
     EXPECT_EQ(b.error().name(), CMVoidReply::ErrorCancel());
     EXPECT_FALSE(c.isFinished());
-    ASSERT_EQ(f.count(Control::stop), 1);
-    EXPECT_EQ(ZuvoPlayLogicStopArgs(f.logic->callsOf(Control::stop)[0].arguments()).reason(),
+    ASSERT_EQ(f.logic->count(Control::stop), 1);
+    EXPECT_EQ(ZuvoPlayLogicStopArgs(f.logic->calls.last().second).reason(),
               ZuvoPlayLogicStopReason::newPlayRequest);
-    EXPECT_EQ(f.count(Control::play), 1);
-
-    // Publishing a non-stopped state keeps the play waiting.
-    f.logic->publishState(ZuvoPlayLogicState::paused);
+    f.logic->publish(State::paused); // not stopped: the play keeps waiting
     zuvotest::drainEvents();
-    EXPECT_EQ(f.count(Control::play), 1);
-
-    // The waiting play goes through the tree again, so it runs later.
-    f.logic->publishState(ZuvoPlayLogicState::stopped);
-    EXPECT_EQ(f.count(Control::play), 1);
+    EXPECT_EQ(f.logic->count(Control::play), 1);
+    f.logic->publish(State::stopped);
+    EXPECT_EQ(f.logic->count(Control::play), 1);
     ASSERT_TRUE(finishes(c));
     EXPECT_TRUE(c.error().isEmpty());
-    ASSERT_EQ(f.count(Control::play), 2);
-    EXPECT_EQ(titleOf(f.logic->calls().last()), QStringLiteral("c"));
-    EXPECT_EQ(f.count(Control::stop), 1);
+    ASSERT_EQ(f.logic->count(Control::play), 2);
+    EXPECT_EQ(titleOf(f.logic->calls.last().second), QStringLiteral("c"));
+    EXPECT_EQ(f.logic->count(Control::stop), 1);
+
+    // A stop that publishes stopped (keepActive kept) lets the play run
+    // right after.
+    f.logic->stopPublishes = true;
+    f.logic->calls.clear();
+    f.logic->publish(State::playing, true);
+    ASSERT_TRUE(finishes(f.client->play(titled("next"))));
+    ASSERT_EQ(f.logic->calls.size(), 2);
+    EXPECT_EQ(f.logic->calls[0].first, Control::stop);
+    EXPECT_EQ(titleOf(f.logic->calls[1].second), QStringLiteral("next"));
 }
 
-TEST(PlayLogicBase, DelayedPlayRunsAfterTheStopItCausedWithOrWithoutKeepActive) {
+// Pings may repeat or go back but not skip ahead; a refused one moves the
+// sequence on. Stopping without keepActive starts it again at 0.
+TEST(PlayLogicBase, PingSequence) {
     for (const bool keepActive : {false, true}) {
         Fixture f;
-        f.logic->publishState(ZuvoPlayLogicState::playing, keepActive);
-        const CMReply<QVariant> reply = f.client->play(titled("next"));
-        ASSERT_TRUE(finishes(reply)) << keepActive;
-        EXPECT_TRUE(reply.error().isEmpty());
-        ASSERT_EQ(f.logic->calls().size(), 2);
-        EXPECT_EQ(f.logic->calls()[0].control, Control::stop);
-        EXPECT_EQ(f.logic->calls()[1].control, Control::play);
-        EXPECT_EQ(titleOf(f.logic->calls()[1]), QStringLiteral("next"));
-        EXPECT_EQ(f.client->data().state(), ZuvoPlayLogicState::playing);
-    }
-}
-
-TEST(PlayLogicBase, UnsupervisedPlayLogicPlaysAtOnceAndHasNoWatchdog) {
-    Fixture f;
-    f.logic->setUnsupervised(true);
-    f.logic->publishState(ZuvoPlayLogicState::playing);
-    EXPECT_FALSE(f.logic->pingTimer()->isActive());
-    ASSERT_TRUE(finishes(f.client->play(titled("now"))));
-    EXPECT_EQ(f.count(Control::play), 1);
-    EXPECT_EQ(f.count(Control::stop), 0);
-    ASSERT_TRUE(finishes(f.client->ping(0)));
-    EXPECT_FALSE(f.logic->pingTimer()->isActive());
-}
-
-TEST(PlayLogicBase, PingNumbersMayRepeatOrGoBackButNotSkipAhead) {
-    Fixture f;
-    const std::vector<std::pair<int, bool>> pings = {{0, true}, {1, true}, {2, true},  {5, false}, {6, true},
-                                                     {6, true}, {3, true}, {5, false}, {6, true}};
-    for (const auto& [sequence, accepted] : pings) {
-        const CMReply<QVariant> reply = f.client->ping(sequence);
-        ASSERT_TRUE(finishes(reply));
-        EXPECT_EQ(reply.error().isEmpty(), accepted) << sequence;
-        if (!accepted) {
-            EXPECT_EQ(reply.error().name(), QStringLiteral("Error"));
-            EXPECT_EQ(reply.error().title(), CMError::DefaultTitle().toString());
-            EXPECT_EQ(reply.error().message(), QStringLiteral("Ping sequence numbers do not match"));
+        const std::pair<int, bool> pings[] = {{0, true}, {1, true}, {2, true},  {5, false}, {6, true},
+                                              {6, true}, {3, true}, {5, false}, {6, true}};
+        for (const auto& [sequence, accepted] : pings) {
+            const CMReply<QVariant> reply = f.client->ping(sequence);
+            ASSERT_TRUE(finishes(reply));
+            EXPECT_EQ(reply.error().isEmpty(), accepted) << sequence;
+            if (!accepted) {
+                EXPECT_EQ(reply.error().name(), QStringLiteral("Error"));
+                EXPECT_EQ(reply.error().title(), CMError::DefaultTitle().toString());
+                EXPECT_EQ(reply.error().message(), QStringLiteral("Ping sequence numbers do not match"));
+            }
         }
-    }
-}
-
-TEST(PlayLogicBase, StoppingResetsThePingSequenceUnlessKeepActive) {
-    for (const bool keepActive : {false, true}) {
-        Fixture f;
-        for (int sequence = 0; sequence < 5; ++sequence)
-            ASSERT_TRUE(finishes(f.client->ping(sequence)));
-        f.logic->publishState(ZuvoPlayLogicState::playing, keepActive);
-        f.logic->publishState(ZuvoPlayLogicState::stopped, keepActive);
+        f.logic->publish(State::playing, keepActive);
+        f.logic->publish(State::stopped, keepActive);
         const CMReply<QVariant> reply = f.client->ping(3);
         ASSERT_TRUE(finishes(reply));
         EXPECT_EQ(reply.error().isEmpty(), keepActive);
     }
 }
 
-TEST(PlayLogicBase, WatchdogRunsWhileNotStoppedAndOnlyAcceptedPingsRestartIt) {
+// The watchdog runs while not stopped and accepted pings restart it; when it
+// fires the play logic stops itself once (reason none). Unsupervised, it
+// never runs and a play is dispatched at once in any state.
+TEST(PlayLogicBase, PingWatchdog) {
     Fixture f;
     QTimer* timer = f.logic->pingTimer();
     ASSERT_NE(timer, nullptr);
-    EXPECT_FALSE(timer->isActive());
     ASSERT_TRUE(finishes(f.client->ping(0)));
-    EXPECT_FALSE(timer->isActive()); // a ping alone does not arm it while stopped
-
-    f.logic->publishState(ZuvoPlayLogicState::playing);
+    EXPECT_FALSE(timer->isActive());
+    f.logic->publish(State::playing);
     EXPECT_TRUE(timer->isActive());
     timer->stop();
     ASSERT_TRUE(finishes(f.client->ping(1)));
@@ -270,66 +268,56 @@ TEST(PlayLogicBase, WatchdogRunsWhileNotStoppedAndOnlyAcceptedPingsRestartIt) {
     timer->stop();
     ASSERT_TRUE(finishes(f.client->ping(7)));
     EXPECT_FALSE(timer->isActive());
-
-    f.logic->publishState(ZuvoPlayLogicState::paused);
+    f.logic->publish(State::paused);
     EXPECT_TRUE(timer->isActive());
-    f.logic->publishState(ZuvoPlayLogicState::stopped);
+    f.logic->publish(State::stopped);
     EXPECT_FALSE(timer->isActive());
-}
 
-TEST(PlayLogicBase, PingTimeoutSendsExactlyOneStopWithReasonNone) {
-    Fixture f;
-    f.logic->setStopPublishesStopped(false);
-    f.logic->pingTimer()->setInterval(20);
+    f.logic->stopPublishes = false;
+    timer->setInterval(20);
     LogCapture log;
-
-    f.logic->publishState(ZuvoPlayLogicState::playing);
-    ASSERT_TRUE(waitUntil([&] { return f.count(Control::stop) == 1; }));
-    EXPECT_EQ(ZuvoPlayLogicStopArgs(f.logic->callsOf(Control::stop)[0].arguments()).reason(),
-              ZuvoPlayLogicStopReason::none);
+    f.logic->publish(State::playing);
+    ASSERT_TRUE(waitUntil([&] { return f.logic->count(Control::stop) == 1; }));
+    EXPECT_EQ(ZuvoPlayLogicStopArgs(f.logic->calls.last().second).reason(), ZuvoPlayLogicStopReason::none);
     EXPECT_TRUE(log.contains(log4cplus::WARN_LOG_LEVEL, QStringLiteral("Stopping playback on ping timeout")));
-    EXPECT_FALSE(f.logic->pingTimer()->isActive());
+    EXPECT_FALSE(timer->isActive());
     zuvotest::drainEvents();
-    EXPECT_EQ(f.count(Control::stop), 1);
+    EXPECT_EQ(f.logic->count(Control::stop), 1);
 
-    // Stopped before it fires: no stop.
-    f.logic->clearCalls();
-    f.logic->publishState(ZuvoPlayLogicState::stopped);
-    f.logic->publishState(ZuvoPlayLogicState::playing);
-    f.logic->publishState(ZuvoPlayLogicState::stopped);
-    EXPECT_FALSE(f.logic->pingTimer()->isActive());
+    f.logic->setUnsupervised();
+    f.logic->publish(State::playing);
+    EXPECT_FALSE(timer->isActive());
+    ASSERT_TRUE(finishes(f.client->play(titled("now"))));
+    ASSERT_TRUE(finishes(f.client->ping(8)));
+    EXPECT_FALSE(timer->isActive());
+    EXPECT_EQ(f.logic->count(Control::play), 1);
+    EXPECT_EQ(f.logic->count(Control::stop), 1);
 }
 
 TEST(PlayLogicBase, DestructionPublishesStoppedAndRemovesTheControlNode) {
-    CMRootScope root;
-    auto logic = std::make_unique<TestPlayLogic>(root.nodes(), kPath);
-    PlayLogicInterface* client = PlayLogicInterface::instance(kPath);
-    logic->setStopPublishesStopped(false);
+    Fixture f;
+    f.logic->stopPublishes = false;
     ZuvoPlayLogicData playing;
-    playing.setState(ZuvoPlayLogicState::playing);
+    playing.setState(State::playing);
     playing.setKeepActive(true);
     playing.setMediaRoles(titled("album"));
-    logic->setData(playing);
-    const CMReply<QVariant> waiting = client->play(titled("waiting"));
-    ASSERT_TRUE(waitUntil([&] { return logic->callsOf(Control::stop).size() == 1; }));
-
+    f.logic->setData(playing);
+    const CMReply<QVariant> waiting = f.client->play(titled("waiting"));
+    ASSERT_TRUE(waitUntil([&] { return f.logic->count(Control::stop) == 1; }));
     QList<ZuvoPlayLogicData> published;
     QObject context;
-    QObject::connect(logic.get(), &PlayLogicBase::playbackDataChanged, &context,
+    QObject::connect(f.logic.get(), &PlayLogicBase::playbackDataChanged, &context,
                      [&](const ZuvoPlayLogicData& d) { published << d; });
-    logic.reset();
-
+    f.logic.reset();
     ASSERT_EQ(published.size(), 1);
-    const ZuvoPlayLogicData data = client->data();
-    EXPECT_EQ(data, published[0]);
-    EXPECT_EQ(data.state(), ZuvoPlayLogicState::stopped);
-    EXPECT_FALSE(data.isSetKeepActive());
-    EXPECT_EQ(data.mediaRoles(), titled("album"));
+    EXPECT_EQ(f.client->data(), published[0]);
+    EXPECT_EQ(published[0].state(), State::stopped);
+    EXPECT_FALSE(published[0].isSetKeepActive());
+    EXPECT_EQ(published[0].mediaRoles(), titled("album"));
     // Neither the waiting play nor a later command is left unanswered.
     ASSERT_TRUE(finishes(waiting));
     EXPECT_FALSE(waiting.error().isEmpty());
-    const CMReply<QVariant> late = client->next();
+    const CMReply<QVariant> late = f.client->next();
     ASSERT_TRUE(finishes(late));
     EXPECT_FALSE(late.error().isEmpty());
-    zuvotest::drainEvents();
 }

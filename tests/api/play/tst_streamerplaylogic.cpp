@@ -1,0 +1,673 @@
+// StreamerPlayLogic over the road the device uses: a client drives it through
+// PlayLogicInterface, it drives the test streamer service, and what the
+// streamer publishes comes back as the play logic's "/data" record and values.
+
+#include <QDateTime>
+#include <gtest/gtest.h>
+
+#include "support/eventloop.h"
+#include "support/logcapture.h"
+#include "support/records.h"
+#include "support/streamerplaylogicfixture.h"
+
+using spltest::activeUri;
+using spltest::item;
+using spltest::stoppedWith;
+using zuvotest::drainEvents;
+using zuvotest::waitUntil;
+using Command = TestStreamerService::Command;
+using State = ZuvoPlayLogicState::Enum;
+using Spl = SplTest<>;
+using SplPlain = SplTest<StreamerPlayLogic>;
+
+namespace {
+
+constexpr State Stopped = ZuvoPlayLogicState::stopped;
+constexpr State Loading = ZuvoPlayLogicState::loading;
+constexpr State Playing = ZuvoPlayLogicState::playing;
+constexpr State Paused = ZuvoPlayLogicState::paused;
+const QString a1 = QStringLiteral("http://a/1");
+const QString a2 = QStringLiteral("http://a/2");
+
+bool finished(const CMReply<QVariant>& reply) {
+    return waitUntil([&] { return reply.isFinished(); });
+}
+bool ok(const CMReply<QVariant>& reply) {
+    return finished(reply) && !reply.hasError();
+}
+bool reaches(const SplWorld& h, State state) {
+    return waitUntil([&] { return h.published().state() == state; });
+}
+QList<State> reportedStates(const TestServiceNode& node) {
+    QList<State> states;
+    for (int i = 0; i < node.count(); ++i)
+        states.append(ZuvoPlayLogicData(node.valueAt(i)).state());
+    return states;
+}
+
+// A track played to its end, with or without the streamer's near end first:
+// the published state follows the streamer, except that a stopped streamer
+// shows as loading until the playback has ended (once). The item names only a
+// content state-change path, which stands in for the playback one.
+TEST(StreamerPlayLogic, TrackPlaysToItsEnd) {
+    for (const bool nearEnd : {true, false}) {
+        SCOPED_TRACE(nearEnd);
+        SplWorld h;
+        TestStreamerPlayLogic logic(h.scope.nodes(), h.basePath);
+        EXPECT_EQ(logic.currentStreamId(), -1);
+        ZuvoStreamerData data = h.playAndStart(spltest::withMetaData(
+            item({a1}), [](ZuvoMetaData& m) { m.setContentStateChangePath(SplWorld::stateChangePath()); }));
+        ASSERT_FALSE(data.isEmpty());
+        EXPECT_EQ(logic.currentStreamId(), 1);
+        EXPECT_EQ(h.sent(Command::play, 0).roles().mediaData().metaData().playbackStateChangePath(),
+                  SplWorld::stateChangePath());
+        PublishedStates states(&logic);
+        ZuvoPlayLogicStatus status = data.status();
+        status.setTimeSeek(true);
+        data.setStatus(status);
+        h.streamer.publishData(data); // a status change is no new media
+        ASSERT_TRUE(waitUntil([&] { return h.published().status().timeSeek(); }));
+        for (const State state : {Paused, Playing}) {
+            data.setState(state);
+            h.streamer.publishData(data);
+            ASSERT_TRUE(reaches(h, state));
+        }
+        h.streamer.publishBufferingLevel(57.0);
+        EXPECT_TRUE(waitUntil([&] { return h.client->bufferLevel() == 57.0; }));
+        h.streamer.publishPlayTime(59000);
+        ASSERT_TRUE(waitUntil([&] { return h.client->playTime() == 59000; }));
+        if (nearEnd) {
+            data.setTrackNearEnd(true);
+            h.streamer.publishData(data);
+            ASSERT_TRUE(h.waitForCount(Command::clearNextMedia, 1));
+            EXPECT_EQ(logic.prepareNextMediaCalls, 1);
+        }
+        h.streamer.publishData(stoppedWith(data, -13, QStringLiteral("eos")));
+        ASSERT_TRUE(reaches(h, Stopped));
+        drainEvents();
+        EXPECT_EQ(states.states, QList<State>({Playing, Paused, Playing, Loading, Stopped}));
+        EXPECT_EQ(logic.mediaStarts, 1);
+        EXPECT_EQ(h.count(Command::clearNextMedia), nearEnd ? 1 : 0);
+        EXPECT_EQ(h.count(Command::stop), 0);
+        EXPECT_EQ(h.client->playTime(), 0);
+        EXPECT_EQ(h.client->playByte(), 0);
+        EXPECT_EQ(h.client->bufferLevel(), -1.0);
+        EXPECT_TRUE(h.published().error().isEmpty());
+        EXPECT_EQ(reportedStates(h.stateChange), QList<State>({Playing, Paused, Playing, Stopped}));
+        EXPECT_FALSE(ZuvoPlayLogicData(h.stateChange.valueAt(3)).isSetError());
+    }
+}
+
+// Near its end a live media queues its next resource; a derived play logic
+// queues its next track; otherwise the streamer is told that nothing follows,
+// also for a live media the user has stopped (a derived play logic may still
+// ask before the stop is through).
+TEST(StreamerPlayLogic, NearEndQueuesWhatFollows) {
+    const struct {
+        const char* name;
+        bool live;
+        bool userStop;
+        const char* next; // expected next media; empty: none
+    } rows[] = {{"live", true, false, "http://a/2"},
+                {"stored", false, false, ""},
+                {"derived", false, false, "http://t/2"},
+                {"live, stopped", true, true, ""}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        SplWorld h;
+        TestStreamerPlayLogic logic(h.scope.nodes(), h.basePath);
+        if (qstrcmp(row.name, "derived") == 0)
+            logic.upcoming.append(item({row.next}));
+        const ZuvoRoles media = item({a1, a2}, CMPath(), row.live);
+        ZuvoStreamerData data = h.playAndStart(media, media);
+        ASSERT_FALSE(data.isEmpty());
+        if (row.userStop) {
+            h.client->stop(ZuvoPlayLogicStopReason::user);
+            ASSERT_TRUE(h.waitForCount(Command::stop, 1));
+            ASSERT_TRUE(QMetaObject::invokeMethod(&logic, "on_streamerController_prepareNextMedia"));
+        } else {
+            data.setTrackNearEnd(true);
+            h.streamer.publishData(data);
+        }
+        const bool next = *row.next != '\0';
+        ASSERT_TRUE(h.waitForCount(next ? Command::setNextMedia : Command::clearNextMedia, 1));
+        drainEvents();
+        EXPECT_EQ(h.count(Command::setNextMedia), next ? 1 : 0);
+        EXPECT_EQ(h.count(Command::clearNextMedia), next ? 0 : 1);
+        EXPECT_EQ(logic.prepareNextMediaCalls, row.live && next ? 0 : 1);
+        EXPECT_EQ(activeUri(h.sent(Command::setNextMedia, 0).roles()), QString::fromUtf8(row.next));
+    }
+}
+
+// A playback id not seen before is a new media only when the streamer runs
+// it without an error. The owner hears of a stop either way: of the replaced
+// track for a new media (whose own owner then hears it play), else of the
+// failed playback.
+TEST(StreamerPlayLogic, NewPlaybackIdIsNewMediaOnlyWhenRunningWithoutError) {
+    const struct {
+        const char* name;
+        State state;
+        int errorCode; // 0: none
+        bool newMedia;
+    } rows[] = {
+        {"running", Playing, 0, true}, {"stopped", Stopped, 0, false}, {"failing", Playing, -16, false}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        SplWorld h;
+        TestStreamerPlayLogic logic(h.scope.nodes(), h.basePath);
+        ASSERT_FALSE(h.playAndStart(item({a1}, SplWorld::stateChangePath())).isEmpty());
+        ASSERT_TRUE(waitUntil([&] { return h.stateChange.count() == 1; }));
+        const ZuvoRoles second = item({a2}, SplWorld::stateChangePath());
+        const CMReply<QVariant> started = logic.sendPlayCommand(second, {});
+        ASSERT_TRUE(finished(started));
+        ASSERT_EQ(started.value().toInt(), 2);
+
+        ZuvoStreamerData data = spltest::streamerData(2, row.state, second);
+        if (row.errorCode != 0)
+            data.setError(TestStreamerService::makeError(row.errorCode, QStringLiteral("e")));
+        h.streamer.publishData(data);
+        ASSERT_TRUE(waitUntil([&] { return h.published().streamId() == 2; }));
+        drainEvents();
+        EXPECT_EQ(logic.mediaStarts, row.newMedia ? 2 : 1);
+        EXPECT_EQ(h.published().state(), row.newMedia ? Playing : Loading);
+        EXPECT_EQ(activeUri(h.published().trackRoles()), a2);
+        EXPECT_EQ(activeUri(logic.currentTrackRoles()), row.newMedia ? a2 : QString());
+        ASSERT_EQ(h.stateChange.count(), row.newMedia ? 3 : 2);
+        const ZuvoPlayLogicData stopReport(h.stateChange.valueAt(1));
+        EXPECT_EQ(stopReport.state(), Stopped);
+        EXPECT_EQ(activeUri(stopReport.trackRoles()), row.newMedia ? a1 : a2);
+        EXPECT_EQ(stopReport.error().isEmpty(), row.newMedia);
+        if (row.newMedia) {
+            EXPECT_EQ(ZuvoPlayLogicData(h.stateChange.valueAt(2)).streamId(), 2);
+        }
+        EXPECT_EQ(h.count(Command::play), 2);
+    }
+}
+
+// A named streamer error leads to the next resource, as a new playback, as
+// long as there is one (not for a clip, nor the end of a stream: see below).
+TEST_F(Spl, StreamErrorFallsBackOverTheResources) {
+    const ZuvoRoles track = item({"http://r/1", "http://r/2", "http://r/3"});
+    ZuvoStreamerData data = h.playAndStart(track);
+    ASSERT_FALSE(data.isEmpty());
+    for (int failed = 1; failed <= 2; ++failed) {
+        h.streamer.publishData(stoppedWith(data, -16, QStringLiteral("e")));
+        ASSERT_TRUE(h.waitForCount(Command::play, failed + 1));
+        const ZuvoRoles sent = h.sent(Command::play, failed).roles();
+        EXPECT_EQ(activeUri(sent), QStringLiteral("http://r/%1").arg(failed + 1));
+        data = spltest::streamerData(failed + 1, Playing, sent);
+        h.streamer.publishData(data);
+        ASSERT_TRUE(waitUntil([&] { return h.published().streamId() == failed + 1; }));
+    }
+    EXPECT_EQ(h.published().state(), Playing);
+    EXPECT_TRUE(h.published().error().isEmpty());
+}
+
+ZuvoRoles withResources(const QList<ZuvoResource>& resources, const ZuvoResource& active) {
+    ZuvoMediaData mediaData;
+    mediaData.setResources(ZuvoList<ZuvoResource>(resources));
+    mediaData.setActiveResource(active);
+    ZuvoRoles roles;
+    roles.setMediaData(mediaData);
+    return roles;
+}
+
+TEST_F(Spl, NextActiveResourceHasNoWrapAroundAndNoLoop) {
+    const QList<ZuvoResource> list = item({"http://r/a", "http://r/b", "http://r/c"}).mediaData().resources();
+    EXPECT_EQ(activeUri(logic->nextActiveResource(withResources(list, list.at(0)))),
+              QStringLiteral("http://r/b"));
+    EXPECT_EQ(logic->activeResourcePosition(withResources(list, list.at(2))), 2);
+    EXPECT_TRUE(logic->nextActiveResource(withResources(list, list.at(2))).isEmpty());
+    ZuvoResource stranger;
+    stranger.setUri(QStringLiteral("http://r/x"));
+    EXPECT_EQ(logic->activeResourcePosition(withResources(list, stranger)), -1);
+    EXPECT_TRUE(logic->nextActiveResource(withResources(list, stranger)).isEmpty());
+    // Matching by uid wins over the uri; by data when neither is set.
+    ZuvoResource byUid;
+    byUid.setUid(QStringLiteral("u2"));
+    ZuvoResource second = list.at(1);
+    second.setUid(QStringLiteral("u2"));
+    EXPECT_EQ(logic->activeResourcePosition(withResources({list.at(0), second, list.at(2)}, byUid)), 1);
+    ZuvoResource d1;
+    d1.setData(QVariant(1));
+    ZuvoResource d2;
+    d2.setData(QVariant(2));
+    EXPECT_EQ(logic->activeResourcePosition(withResources({d1, d2}, d2)), 1);
+    EXPECT_TRUE(logic->nextActiveResource(withResources({list.at(0), list.at(0)}, list.at(0))).isEmpty());
+}
+
+// Requests wait behind the head's pre-play, whose answer is what is played.
+// A stop cancels what still waits; a late pre-play answer then plays nothing.
+TEST_F(Spl, PrePlayHoldsTheQueueAndAStopCancelsIt) {
+    ASSERT_FALSE(h.playAndStart(item({a1})).isEmpty());
+    h.prePlay.hold = true;
+    const ZuvoRoles viaPrePlay = spltest::withPrePlay(item({"http://p/1"}), SplWorld::prePlayPath());
+    logic->sendPlayCommand(viaPrePlay, {});
+    const QString paused = ZuvoStreamerAttributesStartPaused();
+    const CMReply<QVariant> later = logic->sendPlayCommand(item({a2}), {{paused, QVariant(true)}});
+    ASSERT_TRUE(waitUntil([&] { return h.prePlay.count() == 1; }));
+    drainEvents();
+    EXPECT_EQ(h.count(Command::play), 1);
+    EXPECT_FALSE(later.isFinished());
+    EXPECT_EQ(h.prePlay.requests.at(0).role(), ZuvoRoles::PrePlay());
+    ZuvoRoles asked(h.prePlay.valueAt(0));
+    EXPECT_TRUE(asked.mediaData().metaData().isSetPrePlayTimeOffset());
+    EXPECT_EQ(asked.mediaData().metaData().prePlayTimeOffset(), 0);
+    asked.setTitle(QStringLiteral("fresh"));
+    h.prePlay.requests.at(0).reply().setValue(asked.__variant());
+    ASSERT_TRUE(h.waitForCount(Command::play, 3));
+    EXPECT_EQ(h.sent(Command::play, 1).roles().title(), QStringLiteral("fresh"));
+    EXPECT_EQ(activeUri(h.sent(Command::play, 2).roles()), a2);
+    ASSERT_TRUE(finished(later));
+    EXPECT_EQ(later.value().toInt(), 3); // the streamer's playback id
+    EXPECT_TRUE(h.sent(Command::play, 2).attributes().toHash().value(paused).toBool());
+    EXPECT_FALSE(h.sent(Command::play, 1).attributes().toHash().value(paused, true).toBool());
+
+    const CMReply<QVariant> waiting = logic->sendPlayCommand(viaPrePlay, {});
+    ASSERT_TRUE(waitUntil([&] { return h.prePlay.count() == 2; }));
+    EXPECT_TRUE(ok(h.client->stop(ZuvoPlayLogicStopReason::user)));
+    ASSERT_TRUE(finished(waiting));
+    EXPECT_EQ(waiting.error().message(), QStringLiteral("Play request cancelled"));
+    EXPECT_EQ(waiting.error().name(), CMError::DefaultName());
+    h.prePlay.requests.at(1).reply().setValue(h.prePlay.requests.at(1).data());
+    drainEvents();
+    EXPECT_EQ(h.count(Command::play), 3);
+}
+
+TEST_F(Spl, FailedPrePlayFallsBackToTheNextResourceThenReports) {
+    h.prePlay.answer = [](const CMSetDataRequest& request) {
+        request.reply().setError(
+            CMError(QStringLiteral("gone"), QStringLiteral("t"), QStringLiteral("Gone")));
+    };
+    const ZuvoRoles track = spltest::withPrePlay(item({"http://p/1", "http://p/2"}), SplWorld::prePlayPath());
+    h.client->playContainer(ZuvoRoles(), track, 0, 0);
+    ASSERT_TRUE(waitUntil([&] { return published().error() == QStringLiteral("Gone"); }));
+    ASSERT_EQ(h.prePlay.count(), 2);
+    EXPECT_EQ(activeUri(ZuvoRoles(h.prePlay.valueAt(1))), QStringLiteral("http://p/2"));
+    EXPECT_EQ(h.count(Command::play), 0);
+}
+
+// A play while playing: the replaced play is cancelled, the streamer stopped
+// once, and the newest play runs once the old playback's end is published,
+// from a fresh record (nothing of the old playback carried over).
+TEST_F(Spl, PlayWhilePlayingStopsOnceThenPlaysTheNewestAfresh) {
+    const ZuvoStreamerData running = h.playAndStart(item({a1}));
+    ASSERT_FALSE(running.isEmpty());
+    logic->reportError(CMError(QStringLiteral("e"), QStringLiteral("t"), QStringLiteral("Shown")));
+    PublishedStates states(logic.get());
+    const ZuvoList<ZuvoRoles> matching({zuvotest::rolesTitled(QStringLiteral("matching"))});
+    const ZuvoRoles media = spltest::withMetaData(
+        item({"http://m/1"}), [&](ZuvoMetaData& m) { m.setMatchingMediaRoles(matching); });
+    const ZuvoRoles track = item({"http://c/3"});
+    const CMReply<QVariant> replaced = h.client->playContainer(ZuvoRoles(), item({a2}), 0, 0);
+    const CMReply<QVariant> latest = h.client->playContainer(media, track, 0, 0);
+    ASSERT_TRUE(finished(replaced));
+    EXPECT_EQ(replaced.error().name(), CMVoidReply::ErrorCancel());
+    ASSERT_TRUE(h.waitForCount(Command::stop, 1));
+    ZuvoStreamerData stopped = running;
+    stopped.setState(Stopped);
+    h.streamer.publishData(stopped);
+    ASSERT_TRUE(h.waitForCount(Command::play, 2));
+    EXPECT_EQ(h.count(Command::stop), 1);
+    EXPECT_EQ(activeUri(h.sent(Command::play, 1).roles()), QStringLiteral("http://c/3"));
+    EXPECT_TRUE(latest.isFinished());
+    EXPECT_FALSE(latest.hasError());
+    EXPECT_EQ(states.states, QList<State>({Loading, Stopped, Loading}));
+    const ZuvoPlayLogicData fresh = published();
+    EXPECT_TRUE(fresh.error().isEmpty());
+    EXPECT_FALSE(fresh.isSetStreamId());
+    EXPECT_FALSE(fresh.isSetStatus());
+    EXPECT_EQ(fresh.mediaRoles(), media);
+    EXPECT_EQ(fresh.trackRoles(), track);
+    EXPECT_EQ(fresh.matchingMediaRoles(), matching);
+}
+
+// A media the streamer refuses still answers the play; a stop then finds
+// nothing playing and ends the playback at once.
+TEST_F(Spl, RefusedMediaStillAnswersPlayAndStopClearsAtOnce) {
+    h.streamer.failNext(Command::play,
+                        CMError(QStringLiteral("refused"), QStringLiteral("t"), QStringLiteral("No")));
+    const CMReply<QVariant> play = h.client->playContainer(ZuvoRoles(), item({a1}), 0, 0);
+    ASSERT_TRUE(h.waitForCount(Command::play, 1));
+    EXPECT_TRUE(play.isFinished());
+    EXPECT_FALSE(play.hasError());
+    drainEvents();
+    EXPECT_EQ(published().state(), Loading);
+    EXPECT_TRUE(ok(h.client->stop(ZuvoPlayLogicStopReason::user)));
+    ASSERT_TRUE(reaches(h, Stopped));
+    EXPECT_EQ(h.client->bufferLevel(), -1.0);
+}
+
+TEST_F(Spl, DestroyingWhilePlayingStopsTheStreamer) {
+    ASSERT_FALSE(h.playAndStart(item({a1})).isEmpty());
+    LogCapture log;
+    logic.reset();
+    EXPECT_TRUE(log.contains(log4cplus::WARN_LOG_LEVEL,
+                             QStringLiteral("Deleting streamer playlogic while not stopped")));
+    ASSERT_TRUE(h.waitForCount(Command::stop, 1));
+    EXPECT_EQ(published().state(), Stopped);
+}
+
+// What a stopped streamer leads to, by error code (and name): an error shown
+// for a while (the playback not ended), the end of playback, or the URL handed
+// to the playlist parser.
+enum class Outcome { Shown, Ended, ToParser };
+enum class Setup { Plain, Radio, NoResources, UserStop, Restart, Clip };
+
+const struct ErrorRow {
+    int code; // 0: the stopped record carries no error
+    const char* streamerErrorName;
+    Setup setup;
+    Outcome outcome;
+    const char* errorName; // reported to the state-change node; empty: none
+    const char* message;   // published error text (Shown only)
+} errorRows[] = {
+    {-16, "e", Setup::Plain, Outcome::Shown, "couldNotOpenStream", "Could not open stream!"},
+    {-16, "e", Setup::Clip, Outcome::Shown, "couldNotOpenStream", "Could not open stream!"},
+    {-17, "e", Setup::Plain, Outcome::Shown, "notAuthorized",
+     "Access to this stream is not authorized by the content provider"},
+    {-18, "e", Setup::Plain, Outcome::Shown, "couldNotRead", "Could not read source!"},
+    {-19, "e", Setup::Plain, Outcome::Shown, "couldNotFind", "Could not find source!"},
+    {-19, "e", Setup::Radio, Outcome::Shown, "couldNotFind", "Could not find source!"},
+    {-20, "e", Setup::Plain, Outcome::Shown, "streamDecryptionIsNotSupported",
+     "The stream is encrypted and decryption is not supported."},
+    {-21, "e", Setup::Plain, Outcome::Shown, "streamDecryptionNoKey",
+     "The stream is encrypted and can't be decrypted because no suitable key is available."},
+    // A crash is known by its name, whatever the code; a restarted streamer
+    // (no playback id) has crashed too.
+    {-5, "crashed", Setup::Plain, Outcome::Shown, "streamCrashed", "The streamer crashed"},
+    {0, "", Setup::Restart, Outcome::Shown, "streamCrashed", "The streamer crashed"},
+    {-99, "odd", Setup::Plain, Outcome::Shown, "unknownError", "Unknown streamer error!"},
+    // A nameless error is the user's stop only after a stop of the user,
+    // which is final: no further resource is tried.
+    {-99, "", Setup::Plain, Outcome::Shown, "unknownError", "Unknown streamer error!"},
+    {0, "", Setup::UserStop, Outcome::Ended, "userStop", ""},
+    {-16, "e", Setup::UserStop, Outcome::Ended, "userStop", ""},
+    {-13, "eos", Setup::Plain, Outcome::Ended, "", ""},
+    // The URL may be a playlist: tested before any other rule.
+    {-14, "e", Setup::Plain, Outcome::ToParser, "", ""},
+    {-15, "crashed", Setup::Plain, Outcome::ToParser, "", ""},
+    {-22, "e", Setup::Plain, Outcome::ToParser, "", ""},
+    {-22, "e", Setup::NoResources, Outcome::Shown, "failedParseUrl",
+     "Can not parse url: resource not found!"},
+};
+
+TEST(StreamerPlayLogic, StoppedStreamerByCode) {
+    for (const ErrorRow& row : errorRows) {
+        SCOPED_TRACE(testing::Message() << "code " << row.code << " name '" << row.streamerErrorName
+                                        << "' setup " << int(row.setup));
+        SplWorld h;
+        TestStreamerPlayLogic logic(h.scope.nodes(), h.basePath);
+        QTimer* const timer = spltest::errorReportTimer(logic);
+        ASSERT_NE(timer, nullptr);
+        EXPECT_EQ(timer->interval(), 2000);
+        // A second resource is at hand where none may be tried: after the
+        // user's stop, at the end of a stream, for a clip.
+        const bool second = row.setup == Setup::UserStop || row.setup == Setup::Clip || row.code == -13;
+        const QStringList uris = row.setup == Setup::NoResources ? QStringList()
+                                 : second                        ? QStringList{a1, a2}
+                                                                 : QStringList{a1};
+        const bool radio = row.setup == Setup::Radio;
+        const ZuvoRoles track =
+            spltest::withMetaData(item(uris, SplWorld::stateChangePath()), [&](ZuvoMetaData& m) {
+                if (radio)
+                    m.setServiceID(ZuvoService_AirableRadios_Id());
+            });
+        ZuvoRoles media = track;
+        media.setAudioType(row.setup == Setup::Clip ? ZuvoAudioType::clip : ZuvoAudioType::stream);
+        const ZuvoStreamerData data = h.playAndStart(track, media);
+        ASSERT_FALSE(data.isEmpty());
+        ASSERT_TRUE(waitUntil([&] { return h.stateChange.count() == 1; }));
+        if (row.setup == Setup::UserStop) {
+            h.client->stop(ZuvoPlayLogicStopReason::user);
+            ASSERT_TRUE(h.waitForCount(Command::stop, 1));
+        }
+        const QString name = qstrcmp(row.streamerErrorName, "crashed") == 0
+                                 ? ZuvoStreamerErrorCrashed()
+                                 : QString::fromUtf8(row.streamerErrorName);
+        ZuvoStreamerData stopped = stoppedWith(data, row.code, name, QStringLiteral("gst text"));
+        if (row.code == 0)
+            stopped.__remove(ZuvoStreamerData::Error());
+        h.streamer.publishData(row.setup == Setup::Restart ? TestStreamerService::restartedData() : stopped);
+
+        switch (row.outcome) {
+        case Outcome::Shown:
+            ASSERT_TRUE(waitUntil([&] { return !h.published().error().isEmpty(); }));
+            EXPECT_EQ(h.published().error(), QString::fromUtf8(row.message));
+            EXPECT_EQ(h.published().state(), Loading);
+            EXPECT_TRUE(timer->isActive());
+            break;
+        case Outcome::Ended:
+            ASSERT_TRUE(reaches(h, Stopped));
+            EXPECT_TRUE(h.published().error().isEmpty());
+            break;
+        case Outcome::ToParser:
+            ASSERT_TRUE(waitUntil([&] { return h.parser.count() == 1; }));
+            EXPECT_EQ(ZuvoRoles(h.parser.valueAt(0)), logic.currentTrackRoles());
+            EXPECT_EQ(activeUri(ZuvoRoles(h.parser.valueAt(0))), a1);
+            EXPECT_TRUE(h.published().error().isEmpty());
+            EXPECT_EQ(h.published().state(), Loading);
+            break;
+        }
+        if (row.code != 0 && row.setup != Setup::UserStop) {
+            EXPECT_EQ(h.published().streamerError().code(), row.code);
+        }
+        if (row.setup == Setup::Restart) {
+            EXPECT_EQ(h.published().streamerError().name(), ZuvoStreamerErrorCrashed());
+        }
+        drainEvents();
+        ASSERT_EQ(h.stateChange.count(), row.outcome == Outcome::ToParser ? 1 : 2);
+        if (row.outcome != Outcome::ToParser) {
+            const ZuvoPlayLogicData report(h.stateChange.valueAt(1));
+            EXPECT_EQ(report.state(), Stopped);
+            EXPECT_EQ(report.error(), QString::fromUtf8(row.errorName));
+            EXPECT_EQ(report.isSetError(), *row.errorName != '\0');
+            EXPECT_EQ(h.parser.count(), 0);
+        }
+        EXPECT_EQ(h.count(Command::play), 1);
+        ASSERT_EQ(h.display.count(), radio ? 1 : 0);
+        if (radio) {
+            const ZuvoNotificationDisplayItem shown(h.display.valueAt(0));
+            EXPECT_EQ(shown.title(), QStringLiteral("Failed to start"));
+            EXPECT_EQ(shown.message(), QStringLiteral("Radio station is not available!"));
+            EXPECT_EQ(shown.timeout(), 3000);
+        }
+    }
+}
+
+// The error report shows the message (else the name); a newer report
+// replaces it and counts the interval anew; when it runs out the error is
+// withdrawn and resuming is tried. The end of playback keeps a reported error.
+TEST_F(Spl, ErrorReportIsShownReplacedWithdrawnOrKeptAtTheEnd) {
+    const ZuvoStreamerData data = h.playAndStart(item({a1}));
+    ASSERT_FALSE(data.isEmpty());
+    QTimer* const timer = spltest::errorReportTimer(*logic);
+    timer->setInterval(400);
+    logic->reportError(CMError(QStringLiteral("first"), QString(), QString()));
+    EXPECT_EQ(published().error(), QStringLiteral("first"));
+    ASSERT_TRUE(waitUntil([&] { return timer->remainingTime() <= 250; }));
+    logic->reportError(
+        CMError(QStringLiteral("second"), QStringLiteral("t"), QStringLiteral("Second message")));
+    EXPECT_EQ(published().error(), QStringLiteral("Second message"));
+    EXPECT_GT(timer->remainingTime(), 250);
+    EXPECT_EQ(logic->tryResumeCalls, 0);
+    ASSERT_TRUE(waitUntil([&] { return published().error().isEmpty(); }));
+    EXPECT_EQ(logic->tryResumeCalls, 1);
+    EXPECT_EQ(published().state(), Playing);
+
+    logic->reportError(CMError(QStringLiteral("late"), QStringLiteral("t"), QStringLiteral("Late error")));
+    h.streamer.publishData(stoppedWith(data, -13, QStringLiteral("eos")));
+    ASSERT_TRUE(reaches(h, Stopped));
+    EXPECT_FALSE(timer->isActive());
+    EXPECT_EQ(published().error(), QStringLiteral("Late error"));
+    EXPECT_EQ(logic->tryResumeCalls, 1);
+}
+
+TEST_F(Spl, PlaybackEndsOnlyWhenBothStopFlagsAreSet) {
+    ASSERT_FALSE(h.playAndStart(item({a1})).isEmpty());
+    logic->setStopFlag(StreamerPlayLogic::StreamerStopped);
+    logic->setStopFlag(StreamerPlayLogic::StreamerStopped);
+    EXPECT_EQ(published().state(), Playing);
+    logic->sendPlayCommand(item({a2}), {}); // a new play forgets the first reason
+    logic->setStopFlag(StreamerPlayLogic::NoNextMedia);
+    EXPECT_EQ(published().state(), Playing);
+    logic->setStopFlag(StreamerPlayLogic::StreamerStopped);
+    EXPECT_EQ(published().state(), Stopped);
+    PublishedStates states(logic.get()); // the set was emptied: one flag alone publishes nothing
+    logic->setStopFlag(StreamerPlayLogic::NoNextMedia);
+    EXPECT_TRUE(states.states.isEmpty());
+}
+
+// A control the media does not enable succeeds and sends nothing. The debug
+// lines name it; the byte seek shares the time-seek text, which clients match.
+TEST_F(SplPlain, DisabledControlsSucceedAndSendNothing) {
+    ASSERT_FALSE(h.playAndStart(item({a1})).isEmpty());
+    using Send = CMReply<QVariant> (*)(PlayLogicInterface*);
+    const std::pair<Send, const char*> rows[] = {
+        {[](PlayLogicInterface* c) { return c->pause(); }, "Pause"},
+        {[](PlayLogicInterface* c) { return c->previous(); }, "Previous"},
+        {[](PlayLogicInterface* c) { return c->next(); }, "Next"},
+        {[](PlayLogicInterface* c) { return c->seekTime(1000); }, "SeekTime"},
+        {[](PlayLogicInterface* c) { return c->seekBytes(1000); }, "SeekTime"},
+        {[](PlayLogicInterface* c) { return c->setCurrentTrack(2); }, "SeekTrack"},
+        {[](PlayLogicInterface* c) { return c->like(); }, "Like"},
+        {[](PlayLogicInterface* c) { return c->dislike(); }, "Dislike"},
+    };
+    for (const auto& [send, name] : rows) {
+        LogCapture log;
+        const CMReply<QVariant> reply = send(h.client);
+        ASSERT_TRUE(finished(reply));
+        EXPECT_FALSE(reply.hasError()) << name;
+        EXPECT_TRUE(
+            log.contains(log4cplus::DEBUG_LOG_LEVEL, QString::fromUtf8(name) + " control is not enabled"))
+            << name;
+    }
+    drainEvents();
+    EXPECT_EQ(h.count(Command::pause) + h.count(Command::resume) + h.count(Command::seek), 0);
+}
+
+// With the controls enabled: seeking needs a seekable stream, and a relative
+// seek stays out of the last second and before the start; the controls this
+// play logic has no step for are not supported; play modes follow the
+// published support (shuffle only, and normal always).
+TEST_F(Spl, EnabledControls) {
+    ZuvoStreamerData data = h.playAndStart(item({a1}));
+    ASSERT_FALSE(data.isEmpty());
+    EXPECT_TRUE(ok(h.client->seekTime(1000)));
+    EXPECT_TRUE(ok(h.client->seekBytes(1000)));
+    drainEvents();
+    EXPECT_EQ(h.count(Command::seek), 0);
+    ZuvoPlayLogicStatus status;
+    status.setDuration(60000);
+    status.setTimeSeek(true);
+    status.setByteSeek(true);
+    data.setStatus(status);
+    h.streamer.publishData(data);
+    ASSERT_TRUE(waitUntil([&] { return published().status().timeSeek(); }));
+    h.streamer.publishPlayTime(55000);
+    ASSERT_TRUE(waitUntil([&] { return h.client->playTime() == 55000; }));
+    const auto seekRelative = [this](qint64 relative) {
+        ZuvoPlayLogicSeekArgs args;
+        args.setControl(ZuvoPlayLogicControl::seekTime);
+        args.setTimeRelative(relative);
+        return h.client->control(args, CMReply<QVariant>());
+    };
+    const std::pair<CMReply<QVariant>, qint64> seeks[] = {{h.client->seekTime(1234), 1234},
+                                                          {seekRelative(10000), 59000},
+                                                          {seekRelative(-100000), 0},
+                                                          {seekRelative(-5000), 50000}};
+    ASSERT_TRUE(h.waitForCount(Command::seek, 4));
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_TRUE(seeks[i].first.isFinished() && !seeks[i].first.hasError());
+        EXPECT_EQ(ZuvoStreamerSeekPosition(h.streamer.invocations(Command::seek).at(i).args()).timeMs(),
+                  seeks[i].second);
+    }
+    EXPECT_TRUE(ok(h.client->seekBytes(4096)));
+    ASSERT_TRUE(h.waitForCount(Command::seek, 5));
+    const ZuvoStreamerSeekPosition bytes(h.streamer.last(Command::seek).args());
+    EXPECT_EQ(bytes.bytes(), 4096);
+    EXPECT_FALSE(bytes.isSetTimeMs());
+
+    for (const CMReply<QVariant>& reply :
+         {h.client->previous(), h.client->like(), h.client->dislike(), h.client->setCurrentTrack(1)}) {
+        ASSERT_TRUE(finished(reply));
+        EXPECT_EQ(reply.error().message(), QStringLiteral("Operation not supported."));
+    }
+    EXPECT_TRUE(ok(h.client->next()));
+    EXPECT_EQ(h.count(Command::play), 1);
+    using Mode = ZuvoPlayerPlayMode;
+    const std::pair<int, Mode::Enum> modes[] = {{Mode::shuffle, Mode::shuffle},
+                                                {Mode::repeatOne, Mode::shuffle},
+                                                {9, Mode::shuffle},
+                                                {Mode::normal, Mode::normal}};
+    for (const auto& [mode, expected] : modes) {
+        EXPECT_TRUE(ok(h.client->changePlayMode(Mode::Enum(mode))));
+        EXPECT_EQ(h.client->playMode(), expected) << mode;
+    }
+}
+
+// Pause toggles: paused, it resumes, unless the active resource idled too
+// long or has expired: then it is fetched again through the item's pre-play
+// node and continues at the play time of the pause.
+TEST(StreamerPlayLogic, PauseTogglesAndAnExpiredResourceIsRefetchedOnResume) {
+    const qint64 hour = 3600 * 1000;
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    const struct {
+        const char* name;
+        std::function<void(ZuvoResource&)> validity;
+        bool prePlay;
+        bool refetch;
+    } rows[] = {
+        {"idled too long", [](ZuvoResource& r) { r.setMaxIdleTime(0); }, true, true},
+        {"expired", [&](ZuvoResource& r) { r.setValidUntil(now - 1); }, true, true},
+        {"idle time not reached", [&](ZuvoResource& r) { r.setMaxIdleTime(hour); }, true, false},
+        {"valid until later", [&](ZuvoResource& r) { r.setValidUntil(now + hour); }, true, false},
+        {"expired, pre-play path cleared", [&](ZuvoResource& r) { r.setValidUntil(now - 1); }, false, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        SplWorld h;
+        TestStreamerPlayLogic logic(h.scope.nodes(), h.basePath);
+        h.prePlay.answer = [](const CMSetDataRequest& request) { request.reply().setValue(request.data()); };
+        ZuvoRoles track = item({"http://p/1"});
+        ZuvoMediaData mediaData = track.mediaData();
+        ZuvoResource active = mediaData.activeResource();
+        row.validity(active);
+        mediaData.setActiveResource(active);
+        track.setMediaData(mediaData);
+        if (row.prePlay)
+            track = spltest::withPrePlay(track, SplWorld::prePlayPath());
+        ZuvoStreamerData data = h.playAndStart(track);
+        ASSERT_FALSE(data.isEmpty());
+        h.streamer.publishPlayTime(42000);
+        ASSERT_TRUE(waitUntil([&] { return h.client->playTime() == 42000; }));
+        const qint64 pausedBefore = StreamerPlayLogic::pauseInstant();
+        h.client->pause();
+        ASSERT_TRUE(h.waitForCount(Command::pause, 1));
+        EXPECT_GE(StreamerPlayLogic::pauseInstant(), pausedBefore);
+        data.setState(Paused);
+        h.streamer.publishData(data);
+        ASSERT_TRUE(reaches(h, Paused));
+        const int prePlaysBefore = h.prePlay.count();
+
+        LogCapture log;
+        const CMReply<QVariant> resume = h.client->pause();
+        ASSERT_TRUE(h.waitForCount(row.refetch ? Command::play : Command::resume, row.refetch ? 2 : 1));
+        if (row.refetch) {
+            ASSERT_EQ(h.prePlay.count(), prePlaysBefore + 1);
+            EXPECT_EQ(ZuvoRoles(h.prePlay.valueAt(prePlaysBefore)).mediaData().metaData().prePlayTimeOffset(),
+                      42000);
+            EXPECT_EQ(h.sent(Command::play, 1).roles().mediaData().metaData().prePlayTimeOffset(), 42000);
+        }
+        ASSERT_TRUE(finished(resume));
+        EXPECT_FALSE(resume.hasError());
+        drainEvents();
+        EXPECT_EQ(h.count(Command::pause), 1);
+        EXPECT_EQ(h.count(Command::resume), row.refetch ? 0 : 1);
+        EXPECT_EQ(h.count(Command::play), row.refetch ? 2 : 1);
+        EXPECT_EQ(log.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("but preplaypath was cleared")),
+                  !row.prePlay);
+    }
+}
+
+} // namespace
