@@ -2,7 +2,6 @@
 // has it parsed by the playlist parse node (over a loopback HTTP server) and
 // plays the first entry that has a URL.
 
-#include <QStringList>
 #include <gtest/gtest.h>
 
 #include "logging.h"
@@ -59,24 +58,13 @@ ZuvoRoles itemAt(const QString& uri, const QString& title) {
     return roles;
 }
 
-QStringList blanks(int n) {
-    QStringList list;
-    for (int i = 0; i < n; ++i)
-        list.append(QString());
-    return list;
-}
-
-// An ASX document: one entry per string, an empty string an entry without
-// any reference.
-QByteArray asxWith(const QStringList& refs) {
+// An ASX document whose first count entries have no reference and whose
+// next one refers to uri.
+QByteArray asxWith(int count, const char* uri) {
     QByteArray body = "<asx version=\"3.0\">\n";
-    for (const QString& ref : refs) {
-        body += "<entry><title>t</title>";
-        if (!ref.isEmpty())
-            body += "<ref href=\"" + ref.toUtf8() + "\"/>";
-        body += "</entry>\n";
-    }
-    return body + "</asx>\n";
+    for (int i = 0; i < count; ++i)
+        body += "<entry><title>t</title></entry>\n";
+    return body + "<entry><ref href=\"" + uri + "\"/></entry></asx>\n";
 }
 
 // One world per case: registry, streamer, HTTP server, parse node, play
@@ -110,92 +98,59 @@ struct World {
 
 } // namespace
 
+// Every "not a media stream" code leads to the parser; the first of the first
+// ten entries that has a URL is played, else the playback ends with an error.
 TEST(PlaylistHandOff, UnplayableStreamIsParsedAndItsFirstEntryPlayed) {
-    // Every "not a media stream" code leads to the parser.
-    for (const int code : {-14, -15, -22}) {
-        SCOPED_TRACE(code);
-        World w;
-        w.server.setResponse(QStringLiteral("/radio.m3u"), 200,
-                             "#EXTM3U\n#EXTINF:-1,One\nhttp://radio/one.mp3\nhttp://radio/two.mp3\n",
-                             {{"Content-Type", "audio/x-mpegurl"}});
-        LogCapture log;
-        const ZuvoRoles item = itemAt(w.server.url(QStringLiteral("/radio.m3u")), QStringLiteral("My radio"));
-        w.playAndRefuse(item, code);
-        ASSERT_TRUE(w.streamer.waitForCount(Command::play, 2, WaitMs)) << log.toString().toStdString();
-
-        const ZuvoRoles played = w.lastPlayed();
-        const ZuvoResource active = played.mediaData().activeResource();
-        EXPECT_EQ(active.uri().toStdString(), "http://radio/one.mp3");
-        EXPECT_EQ(active.mimeType(), MimeTypes::Audio::unknown());
-        EXPECT_EQ(active.duration(), -1);
-        EXPECT_EQ(played.title(), QStringLiteral("My radio")) << "the item's own data stays";
-        EXPECT_EQ(played.mediaData().resources(), item.mediaData().resources());
-        EXPECT_TRUE(log.contains(log4cplus::INFO_LOG_LEVEL, QStringLiteral("Got 2 from ")))
-            << log.toString().toStdString();
-        EXPECT_EQ(w.logic.currentTrackRoles().mediaData().activeResource().uri().toStdString(),
-                  "http://radio/one.mp3");
-        EXPECT_TRUE(w.client->data().error().isEmpty());
-
-        w.client->stop(ZuvoPlayLogicStopReason::user);
-        w.streamer.publishData(TestStreamerService::makeData(2, ZuvoPlayLogicState::stopped));
-        ASSERT_TRUE(waitUntil([&] { return w.client->data().state() == ZuvoPlayLogicState::stopped; }));
-    }
-}
-
-TEST(PlaylistHandOff, OnlyTheFirstTenEntriesAreSearchedForAUrl) {
     struct Case {
-        const char* name;
-        QStringList refs;
-        QString played; // empty: the playback ends with failedParseUrl
+        int code;
+        int status;
+        QByteArray body;
+        const char* played; // null: the playback ends with error
+        const char* error;
+        log4cplus::LogLevel level;
+        const char* log;
     };
     const Case cases[] = {
-        {"third entry has the first URL",
-         {QString(), QString(), QStringLiteral("http://h/3.mp3"), QStringLiteral("http://h/4.mp3")},
-         QStringLiteral("http://h/3.mp3")},
-        {"tenth entry is still looked at", blanks(9) << QStringLiteral("http://h/10.mp3"),
-         QStringLiteral("http://h/10.mp3")},
-        {"eleventh entry is not", blanks(10) << QStringLiteral("http://h/11.mp3"), QString()},
-        {"no entry has a URL", {QString(), QString()}, QString()},
+        {-14, 200, "#EXTM3U\n#EXTINF:-1,One\nhttp://radio/one.mp3\nhttp://radio/two.mp3\n",
+         "http://radio/one.mp3", nullptr, log4cplus::INFO_LOG_LEVEL, "Got 2 from "},
+        {-22, 200, asxWith(9, "http://h/10.mp3"), "http://h/10.mp3", nullptr, log4cplus::INFO_LOG_LEVEL,
+         "Got 10 from "},
+        {-15, 200, asxWith(10, "http://h/11.mp3"), nullptr,
+         "Returned data does not contain any URL after parsing playlist file!", log4cplus::WARN_LOG_LEVEL,
+         "returned data does not contain any URL after parsing playlist file"},
+        {-15, 404, "<html>Not Found</html>", nullptr, "Unknown playlist format detected.",
+         log4cplus::WARN_LOG_LEVEL, "reply error: unknownFormat"},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(c.code);
         World w;
+        w.server.setResponse(QStringLiteral("/list"), c.status, c.body);
         LogCapture log;
-        w.server.setResponse(QStringLiteral("/list.asx"), 200, asxWith(c.refs));
-        w.playAndRefuse(itemAt(w.server.url(QStringLiteral("/list.asx")), QStringLiteral("List")), -15);
-        if (!c.played.isEmpty()) {
+        const ZuvoRoles item = itemAt(w.server.url(QStringLiteral("/list")), QStringLiteral("My radio"));
+        w.playAndRefuse(item, c.code);
+        if (c.played) {
             ASSERT_TRUE(w.streamer.waitForCount(Command::play, 2, WaitMs)) << log.toString().toStdString();
-            EXPECT_EQ(w.lastPlayed().mediaData().activeResource().uri(), c.played);
+            const ZuvoRoles played = w.lastPlayed();
+            const ZuvoResource active = played.mediaData().activeResource();
+            EXPECT_EQ(active.uri().toStdString(), c.played);
+            EXPECT_EQ(active.mimeType(), MimeTypes::Audio::unknown());
+            EXPECT_EQ(active.duration(), -1);
+            EXPECT_EQ(played.title(), QStringLiteral("My radio")) << "the item's own data stays";
+            EXPECT_EQ(played.mediaData().resources(), item.mediaData().resources());
+            EXPECT_EQ(w.logic.currentTrackRoles().mediaData().activeResource().uri().toStdString(), c.played);
+            EXPECT_TRUE(w.client->data().error().isEmpty());
             w.client->stop(ZuvoPlayLogicStopReason::user);
             w.streamer.publishData(TestStreamerService::makeData(2, ZuvoPlayLogicState::stopped));
         } else {
-            const QString message =
-                QStringLiteral("Returned data does not contain any URL after parsing playlist file!");
-            ASSERT_TRUE(waitUntil([&] { return w.client->data().error() == message; }, WaitMs))
+            ASSERT_TRUE(
+                waitUntil([&] { return w.client->data().error() == QString::fromLatin1(c.error); }, WaitMs))
                 << log.toString().toStdString();
-            EXPECT_TRUE(log.contains(
-                log4cplus::WARN_LOG_LEVEL,
-                QStringLiteral("returned data does not contain any URL after parsing playlist file")));
             EXPECT_EQ(w.streamer.count(Command::play), 1);
             w.client->stop(ZuvoPlayLogicStopReason::user);
         }
+        EXPECT_TRUE(log.contains(c.level, QString::fromLatin1(c.log))) << log.toString().toStdString();
         ASSERT_TRUE(waitUntil([&] { return w.client->data().state() == ZuvoPlayLogicState::stopped; }));
     }
-}
-
-TEST(PlaylistHandOff, ParserFailureEndsThePlaybackWithItsError) {
-    World w;
-    w.server.setResponse(QStringLiteral("/gone.pls"), 404, "<html>Not Found</html>",
-                         {{"Content-Type", "text/html"}});
-    LogCapture log;
-    w.playAndRefuse(itemAt(w.server.url(QStringLiteral("/gone.pls")), QStringLiteral("Gone")), -15);
-    ASSERT_TRUE(waitUntil(
-        [&] { return w.client->data().error() == QStringLiteral("Unknown playlist format detected."); },
-        WaitMs))
-        << log.toString().toStdString();
-    EXPECT_TRUE(log.contains(log4cplus::WARN_LOG_LEVEL, QStringLiteral("reply error: unknownFormat")))
-        << log.toString().toStdString();
-    EXPECT_EQ(w.streamer.count(Command::play), 1);
 }
 
 TEST(PlaylistHandOff, EntryIsDroppedWhileAnotherPlayRequestWaits) {

@@ -4,7 +4,6 @@
 #include <QTemporaryDir>
 #include <QUrl>
 #include <climits>
-#include <functional>
 #include <gtest/gtest.h>
 #include <vector>
 
@@ -17,7 +16,6 @@
 #include "support/httptestserver.h"
 #include "support/logcapture.h"
 
-using zuvotest::HttpTestRoute;
 using zuvotest::HttpTestServer;
 using zuvotest::waitUntil;
 
@@ -25,15 +23,6 @@ namespace {
 
 constexpr int WaitMs = 15000;
 const CMPath NodePath("/playlistParser");
-
-QByteArray readDataFile(const QString& name) {
-    // ZUVO_TEST_DATA is set by CTest; the source tree's copy serves direct runs.
-    const QString dir = qEnvironmentVariable(
-        "ZUVO_TEST_DATA", QFileInfo(QStringLiteral(__FILE__)).dir().filePath(QStringLiteral("../../data")));
-    QFile file(QDir(dir).filePath(name));
-    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << file.fileName();
-    return file.readAll();
-}
 
 ZuvoResource resourceAt(const QString& uri) {
     ZuvoResource resource;
@@ -56,19 +45,6 @@ ZuvoRoles itemWith(const QStringList& uris, const QString& serviceId = QString()
     return roles;
 }
 
-// The row values of a get-rows answer.
-QList<QVariantList> valuesOf(const ZuvoRowsRoles& answer) {
-    QList<QVariantList> out;
-    const QVariantList rows = answer.rows().toList();
-    for (const QVariant& row : rows)
-        out.append(row.toList());
-    return out;
-}
-
-QString uriOf(const QVariant& mediaData) {
-    return ZuvoMediaData(mediaData.toHash()).resources().value(0).uri();
-}
-
 class PlayListParseNodeTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -76,25 +52,32 @@ protected:
         node->setNodes(root.nodes());
     }
 
-    CMReply<QVariant> request(const ZuvoRoles& roles) {
+    CMReply<QVariant> request(const QVariant& roles) {
         CMReply<QVariant> reply;
         CMRoot()->invoke(NodePath, roles, reply);
         return reply;
     }
 
-    // Parses the playlist at url and returns the finished reply.
-    CMReply<QVariant> parse(const QString& url) {
-        const CMReply<QVariant> reply = request(itemWith({url}));
+    // Parses the playlist at url (for the service serviceId) and returns the finished reply.
+    CMReply<QVariant> parse(const QString& url, const QString& serviceId = QString()) {
+        const CMReply<QVariant> reply = request(itemWith({url}, serviceId).__variant());
         EXPECT_TRUE(waitUntil([&] { return reply.isFinished(); }, WaitMs)) << url.toStdString();
         return reply;
     }
 
-    static ZuvoRowsRoles getRows(const QString& path, int fromRow, int toRow, const QStringList& roles) {
+    // The rows of a list node: per row, the values of Title, MediaData and Type.
+    static QList<QVariantList> rowsOf(const QString& path, int* rowsCount = nullptr) {
         CMReply<ZuvoRowsRoles> reply;
-        CMRoot()->getRows(CMPath::fromEncoded(path), fromRow, toRow, 0, roles, reply);
+        CMRoot()->getRows(CMPath::fromEncoded(path), 0, 99, 0,
+                          {ZuvoRoles::Title(), ZuvoRoles::MediaData(), ZuvoRoles::Type()}, reply);
         EXPECT_TRUE(reply.isFinished()) << "get-rows must be answered at once";
         EXPECT_FALSE(reply.hasError()) << reply.error();
-        return reply.value();
+        if (rowsCount)
+            *rowsCount = reply.value().rowsCount();
+        QList<QVariantList> out;
+        for (const QVariant& row : reply.value().rows().toList())
+            out.append(row.toList());
+        return out;
     }
 
     static void expectError(const CMReply<QVariant>& reply, const char* name, const char* message) {
@@ -109,80 +92,62 @@ protected:
     PlayListParseNode* node = nullptr;
 };
 
-// Shortens the fetch time-out for the life of the guard.
-class FetchTimeout {
-public:
-    explicit FetchTimeout(int ms) { PlayListData::setFetchTimeoutForTesting(ms); }
-    ~FetchTimeout() { PlayListData::setFetchTimeoutForTesting(0); }
-};
+QString uriOf(const QVariant& mediaData) {
+    return ZuvoMediaData(mediaData.toHash()).resources().value(0).uri();
+}
 
 } // namespace
 
-TEST_F(PlayListParseNodeTest, EveryFormatServedBecomesAListNode) {
+// Served playlists become list nodes numbered per successful parse, whose
+// rows resolve against the playlist's URL, see its Content-Type and carry the
+// requesting service.
+TEST_F(PlayListParseNodeTest, ServedPlaylistsBecomeNumberedListNodes) {
     struct Case {
-        const char* file;
+        const char* path;
+        QByteArray body;
         QByteArray contentType;
-        int rows;
-        QString firstUri; // of the row with the lowest index
+        int rows; // -1: unknownFormat
+        QString firstUri;
     };
     const QString base = server.url(QStringLiteral("/lists/"));
+    const QByteArray ini = "[Reference]\r\nRef1=http://wm.example.com/live\r\n";
     const std::vector<Case> cases = {
-        {"station.asx", "video/x-ms-asf", 4, QStringLiteral("mms://media.example.com/live")},
-        {"stream.ini", "video/x-ms-asf", 4, QStringLiteral("mmsh://wm.example.com/live?MSWMExt=.asf")},
-        {"stream.ini", "video/x-ms-asf; charset=utf-8", 4,
-         QStringLiteral("http://wm.example.com/live?MSWMExt=.asf")},
-        {"party.m3u", "audio/x-mpegurl", 5, base + QStringLiteral("music/around the world.mp3")},
-        {"utf16.m3u", "", 1, base + QStringLiteral("hopp\u00edpolla.mp3")},
-        {"radio.pls", "audio/x-scpls", 3, QString()},
-        {"library.wpl", "application/vnd.ms-wpl", 4,
-         base + QStringLiteral("../Music/Air/Moon Safari/01 La femme d'argent.mp3")},
-        {"urls.txt", "text/plain", 4, QStringLiteral("http://ice.example.net/jazz.mp3")},
+        {"/lists/a.m3u", "#EXTM3U\nsub/a.mp3\nb.mp3\n", "audio/x-mpegurl", 2,
+         base + QStringLiteral("sub/a.mp3")},
+        {"/lists/bad", "nothing", "text/plain", -1, QString()},
+        {"/lists/asf.ini", ini, "video/x-ms-asf", 1, QStringLiteral("mmsh://wm.example.com/live")},
+        {"/lists/plain.ini", ini, "video/x-ms-asf; charset=utf-8", 1,
+         QStringLiteral("http://wm.example.com/live")},
     };
-    int served = 0;
+    int listNodes = 0;
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.file);
-        const QString path = QStringLiteral("/lists/%1-%2").arg(served).arg(QString::fromLatin1(c.file));
-        HttpTestServer::Headers headers;
-        if (!c.contentType.isEmpty())
-            headers.append({"Content-Type", c.contentType});
-        server.setResponse(path, 200, readDataFile(QString::fromLatin1(c.file)), headers);
-
-        const CMReply<QVariant> reply = parse(server.url(path));
+        SCOPED_TRACE(c.path);
+        server.setResponse(QString::fromLatin1(c.path), 200, c.body, {{"Content-Type", c.contentType}});
+        const CMReply<QVariant> reply = parse(server.url(QString::fromLatin1(c.path)), QStringLiteral("svc"));
+        if (c.rows < 0) {
+            expectError(reply, "unknownFormat", "Unknown playlist format detected.");
+            continue;
+        }
         ASSERT_FALSE(reply.hasError()) << reply.error();
-        const QString listPath = reply.value().toString();
-        EXPECT_EQ(listPath, NodePath.toEncoded() + QStringLiteral("/%1").arg(served++));
-
-        const ZuvoRowsRoles answer =
-            getRows(listPath, 0, 99, {ZuvoRoles::Title(), ZuvoRoles::MediaData(), ZuvoRoles::Type()});
-        EXPECT_EQ(answer.rowsCount(), c.rows);
-        const QList<QVariantList> rows = valuesOf(answer);
+        EXPECT_EQ(reply.value().toString(), QStringLiteral("/playlistParser/%1").arg(listNodes++));
+        int rowsCount = 0;
+        const QList<QVariantList> rows = rowsOf(reply.value().toString(), &rowsCount);
+        EXPECT_EQ(rowsCount, c.rows);
         ASSERT_EQ(rows.size(), c.rows);
+        EXPECT_EQ(uriOf(rows.first().value(1)), c.firstUri);
         for (const QVariantList& row : rows) {
             EXPECT_EQ(row.value(2).toInt(), 3);
-        }
-        if (!c.firstUri.isNull()) {
-            EXPECT_EQ(uriOf(rows.first().value(1)), c.firstUri);
+            EXPECT_EQ(ZuvoMediaData(row.value(1).toHash()).metaData().serviceID(), QStringLiteral("svc"));
         }
     }
-}
-
-TEST_F(PlayListParseNodeTest, RowsCarryTheServiceOfTheRequest) {
-    server.setResponse(QStringLiteral("/a.m3u"), 200, "#EXTM3U\nx.mp3\n");
-    const CMReply<QVariant> reply =
-        request(itemWith({server.url(QStringLiteral("/a.m3u"))}, QStringLiteral("svc")));
-    ASSERT_TRUE(waitUntil([&] { return reply.isFinished(); }, WaitMs));
-    const QList<QVariantList> rows =
-        valuesOf(getRows(reply.value().toString(), 0, 0, {ZuvoRoles::MediaData()}));
-    ASSERT_EQ(rows.size(), 1);
-    EXPECT_EQ(ZuvoMediaData(rows.first().value(0).toHash()).metaData().serviceID(), QStringLiteral("svc"));
+    EXPECT_NE(root.nodes()->node(CMPath("/playlistParser/0")), nullptr);
+    EXPECT_NE(root.nodes()->node(CMPath("/playlistParser/1")), nullptr);
 }
 
 TEST_F(PlayListParseNodeTest, FailedDownloadsEndAsUnknownFormat) {
-    const FetchTimeout shortened(300);
-    server.setResponse(QStringLiteral("/missing"), 404, "<html><body>Not Found</body></html>",
+    PlayListData::setFetchTimeoutForTesting(300);
+    server.setResponse(QStringLiteral("/missing"), 404, "<html>Not Found</html>",
                        {{"Content-Type", "text/html"}});
-    server.setResponse(QStringLiteral("/empty"), 200, QByteArray());
-    server.setResponse(QStringLiteral("/text"), 200, "just some text\n", {{"Content-Type", "text/plain"}});
     server.setNeverAnswer(QStringLiteral("/silent"));
     server.setCloseWithoutAnswer(QStringLiteral("/hangup"));
     server.setEndless(QStringLiteral("/huge"));
@@ -190,8 +155,6 @@ TEST_F(PlayListParseNodeTest, FailedDownloadsEndAsUnknownFormat) {
     server.setRedirect(QStringLiteral("/loop-b"), server.url(QStringLiteral("/loop-a")));
     const QString urls[] = {
         server.url(QStringLiteral("/missing")),
-        server.url(QStringLiteral("/empty")),
-        server.url(QStringLiteral("/text")),
         server.url(QStringLiteral("/silent")),
         server.url(QStringLiteral("/hangup")),
         server.url(QStringLiteral("/huge")),
@@ -202,36 +165,32 @@ TEST_F(PlayListParseNodeTest, FailedDownloadsEndAsUnknownFormat) {
     for (const QString& url : urls) {
         SCOPED_TRACE(url.toStdString());
         LogCapture capture;
-        const CMReply<QVariant> reply = parse(url);
-        expectError(reply, "unknownFormat", "Unknown playlist format detected.");
+        expectError(parse(url), "unknownFormat", "Unknown playlist format detected.");
         EXPECT_TRUE(
             capture.contains(log4cplus::INFO_LOG_LEVEL, QStringLiteral("Parsing playlist at uri: ") + url));
         EXPECT_TRUE(capture.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("Unknown format found.")));
     }
+    PlayListData::setFetchTimeoutForTesting(0);
     EXPECT_EQ(root.nodes()->allNodes().size(), 1) << "no list node for a failure";
 }
 
 TEST_F(PlayListParseNodeTest, LocalFilesAreReadOnlyWhenAllowed) {
     QTemporaryDir dir;
-    ASSERT_TRUE(dir.isValid());
     QFile file(dir.filePath(QStringLiteral("local.m3u")));
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("#EXTM3U\n#EXTINF:5,Near\nsongs/near.mp3\nhttp://h/far.mp3\n");
+    file.write("#EXTM3U\nsongs/near.mp3\nhttp://h/far.mp3\n");
     file.close();
     const QString url = QUrl::fromLocalFile(file.fileName()).toString();
-
     expectError(parse(url), "unknownFormat", "Unknown playlist format detected.");
 
     node->setAllowLocalFiles(true);
     const CMReply<QVariant> reply = parse(url);
     ASSERT_FALSE(reply.hasError()) << reply.error();
-    const QList<QVariantList> rows =
-        valuesOf(getRows(reply.value().toString(), 0, 9, {ZuvoRoles::MediaData()}));
+    const QList<QVariantList> rows = rowsOf(reply.value().toString());
     ASSERT_EQ(rows.size(), 2);
-    EXPECT_EQ(uriOf(rows.at(0).value(0)),
-              QUrl::fromLocalFile(dir.filePath(QStringLiteral("songs/near.mp3"))).toString())
-        << "relative entries resolve against the file's folder";
-    EXPECT_EQ(uriOf(rows.at(1).value(0)), QStringLiteral("http://h/far.mp3"));
+    EXPECT_EQ(uriOf(rows.at(0).value(1)),
+              QUrl::fromLocalFile(dir.filePath(QStringLiteral("songs/near.mp3"))).toString());
+    EXPECT_EQ(uriOf(rows.at(1).value(1)), QStringLiteral("http://h/far.mp3"));
 }
 
 TEST_F(PlayListParseNodeTest, RequestWithoutUrlFailsAtOnce) {
@@ -239,76 +198,53 @@ TEST_F(PlayListParseNodeTest, RequestWithoutUrlFailsAtOnce) {
     ZuvoMediaData mediaData = activeWithoutUri.mediaData();
     mediaData.setActiveResource(resourceAt(QString()));
     activeWithoutUri.setMediaData(mediaData);
-    const std::vector<std::pair<const char*, QVariant>> requests = {
-        {"no media data", ZuvoRoles().__variant()},
-        {"no resources", itemWith({}).__variant()},
-        {"empty URIs", itemWith({QString(), QStringLiteral("http://h/second.m3u")}).__variant()},
-        {"empty active resource", activeWithoutUri.__variant()},
-        {"not a hash", QVariant(42)},
+    const QVariant requests[] = {
+        ZuvoRoles().__variant(),
+        itemWith({}).__variant(),
+        itemWith({QString(), QStringLiteral("http://h/second.m3u")}).__variant(),
+        activeWithoutUri.__variant(),
+        QVariant(42),
     };
-    for (const auto& r : requests) {
-        SCOPED_TRACE(r.first);
+    for (const QVariant& r : requests) {
+        SCOPED_TRACE(r.toString().toStdString());
         LogCapture capture;
-        CMReply<QVariant> reply;
-        CMRoot()->invoke(NodePath, r.second, reply);
-        expectError(reply, "emptyUrl", "URL is empty in request!");
+        expectError(request(r), "emptyUrl", "URL is empty in request!");
         EXPECT_TRUE(capture.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("URL is empty in request!")));
     }
 }
 
 TEST_F(PlayListParseNodeTest, UrlComesFromTheActiveResourceElseTheFirstResource) {
-    server.setResponse(QStringLiteral("/active.m3u"), 200, "#EXTM3U\na.mp3\n");
-    server.setResponse(QStringLiteral("/first.m3u"), 200, "#EXTM3U\nb.mp3\n");
-    server.setResponse(QStringLiteral("/second.m3u"), 200, "#EXTM3U\nc.mp3\n");
-    const QStringList resources = {server.url(QStringLiteral("/first.m3u")),
-                                   server.url(QStringLiteral("/second.m3u"))};
-
-    struct Case {
-        const char* name;
-        QVariantHash active; // the active resource's hash
-        QString fetched;
+    for (const char* path : {"/active.m3u", "/first.m3u", "/second.m3u"})
+        server.setResponse(QString::fromLatin1(path), 200, "#EXTM3U\na.mp3\n");
+    const std::vector<std::pair<QVariantHash, QString>> cases = {
+        {resourceAt(server.url(QStringLiteral("/active.m3u"))).__hash(), QStringLiteral("/active.m3u")},
+        {resourceAt(QString()).__hash(), QStringLiteral("/first.m3u")},
+        {QVariantHash(), QStringLiteral("/first.m3u")},
     };
-    const std::vector<Case> cases = {
-        {"active resource", resourceAt(server.url(QStringLiteral("/active.m3u"))).__hash(),
-         QStringLiteral("/active.m3u")},
-        {"active resource without URI", resourceAt(QString()).__hash(), QStringLiteral("/first.m3u")},
-        {"no active resource", QVariantHash(), QStringLiteral("/first.m3u")},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        ZuvoRoles roles = itemWith(resources);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.second.toStdString());
+        ZuvoRoles roles =
+            itemWith({server.url(QStringLiteral("/first.m3u")), server.url(QStringLiteral("/second.m3u"))});
         ZuvoMediaData mediaData = roles.mediaData();
-        mediaData.setActiveResource(ZuvoResource(c.active));
+        mediaData.setActiveResource(ZuvoResource(c.first));
         roles.setMediaData(mediaData);
-        const int before = server.requestCount(c.fetched);
-        const CMReply<QVariant> reply = request(roles);
+        const int before = server.requestCount(c.second);
+        const CMReply<QVariant> reply = request(roles.__variant());
         ASSERT_TRUE(waitUntil([&] { return reply.isFinished(); }, WaitMs));
         EXPECT_FALSE(reply.hasError()) << reply.error();
-        EXPECT_EQ(server.requestCount(c.fetched), before + 1);
+        EXPECT_EQ(server.requestCount(c.second), before + 1);
     }
     EXPECT_EQ(server.requestCount(QStringLiteral("/second.m3u")), 0);
-}
-
-TEST_F(PlayListParseNodeTest, ListNodesAreNumberedPerSuccessfulParse) {
-    server.setResponse(QStringLiteral("/a.m3u"), 200, "#EXTM3U\na.mp3\n");
-    server.setResponse(QStringLiteral("/bad"), 200, "nothing");
-    EXPECT_EQ(parse(server.url(QStringLiteral("/a.m3u"))).value().toString(),
-              QStringLiteral("/playlistParser/0"));
-    EXPECT_TRUE(parse(server.url(QStringLiteral("/bad"))).hasError());
-    EXPECT_EQ(parse(server.url(QStringLiteral("/a.m3u"))).value().toString(),
-              QStringLiteral("/playlistParser/1"));
-    EXPECT_NE(root.nodes()->node(CMPath("/playlistParser/0")), nullptr);
-    EXPECT_NE(root.nodes()->node(CMPath("/playlistParser/1")), nullptr);
 }
 
 TEST_F(PlayListParseNodeTest, ParallelRequestsEachGetTheirOwnAnswer) {
     server.setTrickle(QStringLiteral("/slow.m3u"), "#EXTM3U\nslow.mp3\n", 4, 20);
     server.setResponse(QStringLiteral("/fast.m3u"), 200, "#EXTM3U\nfast.mp3\nfast2.mp3\n");
-    const CMReply<QVariant> slow = request(itemWith({server.url(QStringLiteral("/slow.m3u"))}));
-    const CMReply<QVariant> fast = request(itemWith({server.url(QStringLiteral("/fast.m3u"))}));
+    const CMReply<QVariant> slow = request(itemWith({server.url(QStringLiteral("/slow.m3u"))}).__variant());
+    const CMReply<QVariant> fast = request(itemWith({server.url(QStringLiteral("/fast.m3u"))}).__variant());
     ASSERT_TRUE(waitUntil([&] { return slow.isFinished() && fast.isFinished(); }, WaitMs));
-    EXPECT_EQ(getRows(slow.value().toString(), 0, 9, {}).rowsCount(), 1);
-    EXPECT_EQ(getRows(fast.value().toString(), 0, 9, {}).rowsCount(), 2);
+    EXPECT_EQ(rowsOf(slow.value().toString()).size(), 1);
+    EXPECT_EQ(rowsOf(fast.value().toString()).size(), 2);
 }
 
 TEST_F(PlayListParseNodeTest, ListNodeGoesAfterTheUnusedInterval) {
@@ -325,21 +261,20 @@ TEST_F(PlayListParseNodeTest, ListNodeGoesAfterTheUnusedInterval) {
     ASSERT_TRUE(waitUntil([&] { return root.nodes()->node(listPath) == nullptr; }, WaitMs));
     CMReply<ZuvoRowsRoles> reply;
     CMRoot()->getRows(listPath, 0, 0, 0, {}, reply);
-    EXPECT_TRUE(reply.isFinished());
-    EXPECT_TRUE(reply.hasError());
+    EXPECT_TRUE(reply.isFinished() && reply.hasError());
 }
 
 TEST_F(PlayListParseNodeTest, DestroyedNodeFailsRunningJobs) {
     server.setNeverAnswer(QStringLiteral("/silent"));
-    const CMReply<QVariant> first = request(itemWith({server.url(QStringLiteral("/silent"))}));
-    const CMReply<QVariant> second = request(itemWith({server.url(QStringLiteral("/silent"))}));
+    const CMReply<QVariant> replies[] = {
+        request(itemWith({server.url(QStringLiteral("/silent"))}).__variant()),
+        request(itemWith({server.url(QStringLiteral("/silent"))}).__variant())};
     ASSERT_TRUE(waitUntil([&] { return server.requestCount(QStringLiteral("/silent")) == 2; }, WaitMs));
-    EXPECT_FALSE(first.isFinished());
+    EXPECT_FALSE(replies[0].isFinished());
 
     delete node;
-    node = nullptr;
-    expectError(first, "PlayListParseNodeIsDeleted", "PlayListParseNode is being destroyed");
-    expectError(second, "PlayListParseNodeIsDeleted", "PlayListParseNode is being destroyed");
+    for (const CMReply<QVariant>& reply : replies)
+        expectError(reply, "PlayListParseNodeIsDeleted", "PlayListParseNode is being destroyed");
     EXPECT_TRUE(waitUntil([&] { return server.openConnections() == 0; }, WaitMs));
     zuvotest::drainEvents();
     EXPECT_TRUE(root.nodes()->allNodes().isEmpty());
@@ -354,8 +289,7 @@ TEST(PlayListListNode, GetRowsProtocol) {
         roles.setType(ZuvoRolesType::audio);
         rows.append(roles.__variant());
     }
-    auto* list = new PlayListListNode(CMPath("/list"), rows); // owned by the registry
-    list->setNodes(root.nodes());
+    (new PlayListListNode(CMPath("/list"), rows))->setNodes(root.nodes()); // owned by the registry
 
     struct Case {
         int fromRow;
@@ -367,18 +301,14 @@ TEST(PlayListListNode, GetRowsProtocol) {
     for (int i = 0; i < PlayListListNode::MaxRowsOutsideList; ++i)
         outside1024.append(QStringLiteral("-"));
     const std::vector<Case> cases = {
-        {0, 2, {"zero", "one", "two"}},
         {1, 1, {"one"}},
         {2, 99, {"two"}},
         {0, INT_MAX, {"zero", "one", "two"}},
         {3, 9, {}},
         {2, 1, {}},
-        {0, -1, {}},
         {-2, 0, {"-", "-", "zero"}},
-        {-3, 2, {"-", "-", "-", "zero", "one", "two"}},
         {-1024, INT_MAX, outside1024 + QStringList{"zero", "one", "two"}},
         {-1025, 2, {}, true},
-        {INT_MIN, 5, {}, true},
         {INT_MIN, INT_MAX, {}, true},
     };
     for (const Case& c : cases) {
@@ -391,17 +321,18 @@ TEST(PlayListListNode, GetRowsProtocol) {
         if (c.refused)
             continue;
         EXPECT_EQ(reply.value().rowsCount(), 3);
-        const QList<QVariantList> values = valuesOf(reply.value());
+        const QVariantList values = reply.value().rows().toList();
         ASSERT_EQ(values.size(), c.titles.size());
         for (int i = 0; i < values.size(); ++i) {
-            ASSERT_EQ(values[i].size(), 3);
-            EXPECT_FALSE(values[i][1].isValid()) << "a missing key reads as an invalid variant";
-            if (c.titles[i] == QStringLiteral("-")) {
-                EXPECT_FALSE(values[i][0].isValid());
-                EXPECT_FALSE(values[i][2].isValid());
-            } else {
-                EXPECT_EQ(values[i][0].toString(), c.titles[i]);
-                EXPECT_EQ(values[i][2].toInt(), 3);
+            const QVariantList row = values[i].toList();
+            ASSERT_EQ(row.size(), 3);
+            EXPECT_FALSE(row[1].isValid()) << "a missing key reads as an invalid variant";
+            const bool inside = c.titles[i] != QStringLiteral("-");
+            EXPECT_EQ(row[0].isValid(), inside);
+            EXPECT_EQ(row[2].isValid(), inside);
+            if (inside) {
+                EXPECT_EQ(row[0].toString(), c.titles[i]);
+                EXPECT_EQ(row[2].toInt(), 3);
             }
         }
     }
@@ -409,10 +340,8 @@ TEST(PlayListListNode, GetRowsProtocol) {
     // Parameters do not change the node's path; a path below it is not served.
     CMReply<ZuvoRowsRoles> withParams;
     CMRoot()->getRows(CMPath("/list?sort=title"), 0, 0, 0, {ZuvoRoles::Title()}, withParams);
-    EXPECT_FALSE(withParams.hasError());
     EXPECT_EQ(withParams.value().rowsCount(), 3);
     CMReply<ZuvoRowsRoles> below;
     CMRoot()->getRows(CMPath("/list/sub"), 0, 0, 0, {ZuvoRoles::Title()}, below);
-    EXPECT_TRUE(below.isFinished());
     EXPECT_EQ(below.error().name(), QStringLiteral("NotSupported"));
 }
