@@ -1,6 +1,4 @@
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QUrl>
 #include <climits>
@@ -30,13 +28,13 @@ ZuvoResource resourceAt(const QString& uri) {
     return resource;
 }
 
-// An item whose resources are the given URIs.
-ZuvoRoles itemWith(const QStringList& uris, const QString& serviceId = QString()) {
+// An item of the service "svc" whose resources are the given URIs.
+ZuvoRoles itemWith(const QStringList& uris) {
     ZuvoList<ZuvoResource> resources;
     for (const QString& uri : uris)
         resources.append(resourceAt(uri));
     ZuvoMetaData metaData;
-    metaData.setServiceID(serviceId);
+    metaData.setServiceID(QStringLiteral("svc"));
     ZuvoMediaData mediaData;
     mediaData.setMetaData(metaData);
     mediaData.setResources(resources);
@@ -58,26 +56,30 @@ protected:
         return reply;
     }
 
-    // Parses the playlist at url (for the service serviceId) and returns the finished reply.
-    CMReply<QVariant> parse(const QString& url, const QString& serviceId = QString()) {
-        const CMReply<QVariant> reply = request(itemWith({url}, serviceId).__variant());
+    // Parses the playlist at url and returns the finished reply.
+    CMReply<QVariant> parse(const QString& url) {
+        const CMReply<QVariant> reply = request(itemWith({url}).__variant());
         EXPECT_TRUE(waitUntil([&] { return reply.isFinished(); }, WaitMs)) << url.toStdString();
         return reply;
     }
 
-    // The rows of a list node: per row, the values of Title, MediaData and Type.
-    static QList<QVariantList> rowsOf(const QString& path, int* rowsCount = nullptr) {
+    // The URIs of the rows of a list node, whose rows are audio items of "svc".
+    static QStringList rowsOf(const QString& path) {
         CMReply<ZuvoRowsRoles> reply;
-        CMRoot()->getRows(CMPath::fromEncoded(path), 0, 99, 0,
-                          {ZuvoRoles::Title(), ZuvoRoles::MediaData(), ZuvoRoles::Type()}, reply);
+        CMRoot()->getRows(CMPath::fromEncoded(path), 0, 99, 0, {ZuvoRoles::MediaData(), ZuvoRoles::Type()},
+                          reply);
         EXPECT_TRUE(reply.isFinished()) << "get-rows must be answered at once";
         EXPECT_FALSE(reply.hasError()) << reply.error();
-        if (rowsCount)
-            *rowsCount = reply.value().rowsCount();
-        QList<QVariantList> out;
-        for (const QVariant& row : reply.value().rows().toList())
-            out.append(row.toList());
-        return out;
+        QStringList uris;
+        for (const QVariant& value : reply.value().rows().toList()) {
+            const QVariantList row = value.toList();
+            const ZuvoMediaData mediaData(row.value(0).toHash());
+            EXPECT_EQ(row.value(1).toInt(), 3);
+            EXPECT_EQ(mediaData.metaData().serviceID(), QStringLiteral("svc"));
+            uris.append(mediaData.resources().value(0).uri());
+        }
+        EXPECT_EQ(reply.value().rowsCount(), uris.size());
+        return uris;
     }
 
     static void expectError(const CMReply<QVariant>& reply, const char* name, const char* message) {
@@ -92,60 +94,23 @@ protected:
     PlayListParseNode* node = nullptr;
 };
 
-QString uriOf(const QVariant& mediaData) {
-    return ZuvoMediaData(mediaData.toHash()).resources().value(0).uri();
-}
-
 } // namespace
 
-// Served playlists become list nodes numbered per successful parse, whose
-// rows resolve against the playlist's URL, see its Content-Type and carry the
-// requesting service.
-TEST_F(PlayListParseNodeTest, ServedPlaylistsBecomeNumberedListNodes) {
-    struct Case {
-        const char* path;
-        QByteArray body;
-        QByteArray contentType;
-        int rows; // -1: unknownFormat
-        QString firstUri;
-    };
-    const QString base = server.url(QStringLiteral("/lists/"));
+// Every URL ends as a list node, numbered per successful parse, whose rows
+// resolve against the URL, see its Content-Type and carry the requesting
+// service; or, whatever went wrong on the way, as unknownFormat.
+TEST_F(PlayListParseNodeTest, UrlsBecomeListNodesOrUnknownFormat) {
+    QTemporaryDir dir;
+    QFile file(dir.filePath(QStringLiteral("local.m3u")));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("#EXTM3U\nsongs/near.mp3\n");
+    file.close();
     const QByteArray ini = "[Reference]\r\nRef1=http://wm.example.com/live\r\n";
-    const std::vector<Case> cases = {
-        {"/lists/a.m3u", "#EXTM3U\nsub/a.mp3\nb.mp3\n", "audio/x-mpegurl", 2,
-         base + QStringLiteral("sub/a.mp3")},
-        {"/lists/bad", "nothing", "text/plain", -1, QString()},
-        {"/lists/asf.ini", ini, "video/x-ms-asf", 1, QStringLiteral("mmsh://wm.example.com/live")},
-        {"/lists/plain.ini", ini, "video/x-ms-asf; charset=utf-8", 1,
-         QStringLiteral("http://wm.example.com/live")},
-    };
-    int listNodes = 0;
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.path);
-        server.setResponse(QString::fromLatin1(c.path), 200, c.body, {{"Content-Type", c.contentType}});
-        const CMReply<QVariant> reply = parse(server.url(QString::fromLatin1(c.path)), QStringLiteral("svc"));
-        if (c.rows < 0) {
-            expectError(reply, "unknownFormat", "Unknown playlist format detected.");
-            continue;
-        }
-        ASSERT_FALSE(reply.hasError()) << reply.error();
-        EXPECT_EQ(reply.value().toString(), QStringLiteral("/playlistParser/%1").arg(listNodes++));
-        int rowsCount = 0;
-        const QList<QVariantList> rows = rowsOf(reply.value().toString(), &rowsCount);
-        EXPECT_EQ(rowsCount, c.rows);
-        ASSERT_EQ(rows.size(), c.rows);
-        EXPECT_EQ(uriOf(rows.first().value(1)), c.firstUri);
-        for (const QVariantList& row : rows) {
-            EXPECT_EQ(row.value(2).toInt(), 3);
-            EXPECT_EQ(ZuvoMediaData(row.value(1).toHash()).metaData().serviceID(), QStringLiteral("svc"));
-        }
-    }
-    EXPECT_NE(root.nodes()->node(CMPath("/playlistParser/0")), nullptr);
-    EXPECT_NE(root.nodes()->node(CMPath("/playlistParser/1")), nullptr);
-}
-
-TEST_F(PlayListParseNodeTest, FailedDownloadsEndAsUnknownFormat) {
-    PlayListData::setFetchTimeoutForTesting(300);
+    server.setResponse(QStringLiteral("/lists/a.m3u"), 200, "#EXTM3U\nsub/a.mp3\nb.mp3\n");
+    server.setResponse(QStringLiteral("/asf.ini"), 200, ini, {{"Content-Type", "video/x-ms-asf"}});
+    server.setResponse(QStringLiteral("/plain.ini"), 200, ini,
+                       {{"Content-Type", "video/x-ms-asf; charset=utf-8"}});
+    server.setResponse(QStringLiteral("/text"), 200, "nothing");
     server.setResponse(QStringLiteral("/missing"), 404, "<html>Not Found</html>",
                        {{"Content-Type", "text/html"}});
     server.setNeverAnswer(QStringLiteral("/silent"));
@@ -153,44 +118,62 @@ TEST_F(PlayListParseNodeTest, FailedDownloadsEndAsUnknownFormat) {
     server.setEndless(QStringLiteral("/huge"));
     server.setRedirect(QStringLiteral("/loop-a"), server.url(QStringLiteral("/loop-b")));
     server.setRedirect(QStringLiteral("/loop-b"), server.url(QStringLiteral("/loop-a")));
-    const QString urls[] = {
-        server.url(QStringLiteral("/missing")),
-        server.url(QStringLiteral("/silent")),
-        server.url(QStringLiteral("/hangup")),
-        server.url(QStringLiteral("/huge")),
-        server.url(QStringLiteral("/loop-a")),
-        QStringLiteral("http://127.0.0.1:%1/refused.m3u").arg(HttpTestServer::unusedPort()),
-        QStringLiteral("file:///etc/hostname"),
+    struct Case {
+        QString url;
+        int rows; // -1: unknownFormat
+        QString firstUri;
+        bool allowLocalFiles = false;
     };
-    for (const QString& url : urls) {
-        SCOPED_TRACE(url.toStdString());
+    const QString local = QUrl::fromLocalFile(file.fileName()).toString();
+    const Case cases[] = {
+        {server.url(QStringLiteral("/lists/a.m3u")), 2, server.url(QStringLiteral("/lists/sub/a.mp3"))},
+        {server.url(QStringLiteral("/text")), -1, QString()},
+        {server.url(QStringLiteral("/asf.ini")), 1, QStringLiteral("mmsh://wm.example.com/live")},
+        {server.url(QStringLiteral("/plain.ini")), 1, QStringLiteral("http://wm.example.com/live")},
+        {server.url(QStringLiteral("/missing")), -1, QString()},
+        {server.url(QStringLiteral("/silent")), -1, QString()},
+        {server.url(QStringLiteral("/hangup")), -1, QString()},
+        {server.url(QStringLiteral("/huge")), -1, QString()},
+        {server.url(QStringLiteral("/loop-a")), -1, QString()},
+        {QStringLiteral("http://127.0.0.1:%1/refused.m3u").arg(HttpTestServer::unusedPort()), -1, QString()},
+        {local, -1, QString()},
+        {local, 1, QUrl::fromLocalFile(dir.filePath(QStringLiteral("songs/near.mp3"))).toString(), true},
+    };
+    PlayListData::setFetchTimeoutForTesting(300);
+    int listNodes = 0;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.url.toStdString());
+        node->setAllowLocalFiles(c.allowLocalFiles);
         LogCapture capture;
-        expectError(parse(url), "unknownFormat", "Unknown playlist format detected.");
+        const CMReply<QVariant> reply = parse(c.url);
         EXPECT_TRUE(
-            capture.contains(log4cplus::INFO_LOG_LEVEL, QStringLiteral("Parsing playlist at uri: ") + url));
-        EXPECT_TRUE(capture.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("Unknown format found.")));
+            capture.contains(log4cplus::INFO_LOG_LEVEL, QStringLiteral("Parsing playlist at uri: ") + c.url));
+        EXPECT_EQ(capture.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("Unknown format found.")),
+                  c.rows < 0);
+        if (c.rows < 0) {
+            expectError(reply, "unknownFormat", "Unknown playlist format detected.");
+            continue;
+        }
+        ASSERT_FALSE(reply.hasError()) << reply.error();
+        EXPECT_EQ(reply.value().toString(), QStringLiteral("/playlistParser/%1").arg(listNodes++));
+        const QStringList uris = rowsOf(reply.value().toString());
+        EXPECT_EQ(uris.size(), c.rows);
+        EXPECT_EQ(uris.value(0), c.firstUri);
     }
     PlayListData::setFetchTimeoutForTesting(0);
-    EXPECT_EQ(root.nodes()->allNodes().size(), 1) << "no list node for a failure";
-}
+    EXPECT_EQ(root.nodes()->allNodes().size(), 1 + listNodes);
 
-TEST_F(PlayListParseNodeTest, LocalFilesAreReadOnlyWhenAllowed) {
-    QTemporaryDir dir;
-    QFile file(dir.filePath(QStringLiteral("local.m3u")));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("#EXTM3U\nsongs/near.mp3\nhttp://h/far.mp3\n");
-    file.close();
-    const QString url = QUrl::fromLocalFile(file.fileName()).toString();
-    expectError(parse(url), "unknownFormat", "Unknown playlist format detected.");
-
-    node->setAllowLocalFiles(true);
-    const CMReply<QVariant> reply = parse(url);
-    ASSERT_FALSE(reply.hasError()) << reply.error();
-    const QList<QVariantList> rows = rowsOf(reply.value().toString());
-    ASSERT_EQ(rows.size(), 2);
-    EXPECT_EQ(uriOf(rows.at(0).value(1)),
-              QUrl::fromLocalFile(dir.filePath(QStringLiteral("songs/near.mp3"))).toString());
-    EXPECT_EQ(uriOf(rows.at(1).value(1)), QStringLiteral("http://h/far.mp3"));
+    // A list node goes after its unused interval.
+    const CMPath listPath("/playlistParser/0");
+    auto* timer =
+        root.nodes()->node(listPath)->findChild<CMUnusedNodeTimer*>(QStringLiteral("unusedNodeTimer"));
+    ASSERT_NE(timer, nullptr);
+    EXPECT_EQ(timer->interval(), 10000);
+    timer->setInterval(100);
+    ASSERT_TRUE(waitUntil([&] { return root.nodes()->node(listPath) == nullptr; }, WaitMs));
+    CMReply<ZuvoRowsRoles> reply;
+    CMRoot()->getRows(listPath, 0, 0, 0, {}, reply);
+    EXPECT_TRUE(reply.isFinished() && reply.hasError());
 }
 
 TEST_F(PlayListParseNodeTest, RequestWithoutUrlFailsAtOnce) {
@@ -247,23 +230,6 @@ TEST_F(PlayListParseNodeTest, ParallelRequestsEachGetTheirOwnAnswer) {
     EXPECT_EQ(rowsOf(fast.value().toString()).size(), 2);
 }
 
-TEST_F(PlayListParseNodeTest, ListNodeGoesAfterTheUnusedInterval) {
-    server.setResponse(QStringLiteral("/a.m3u"), 200, "#EXTM3U\na.mp3\n");
-    const CMPath listPath =
-        CMPath::fromEncoded(parse(server.url(QStringLiteral("/a.m3u"))).value().toString());
-    CMNode* list = root.nodes()->node(listPath);
-    ASSERT_NE(list, nullptr);
-    auto* timer = list->findChild<CMUnusedNodeTimer*>(QStringLiteral("unusedNodeTimer"));
-    ASSERT_NE(timer, nullptr);
-    EXPECT_EQ(timer->interval(), 10000);
-
-    timer->setInterval(100);
-    ASSERT_TRUE(waitUntil([&] { return root.nodes()->node(listPath) == nullptr; }, WaitMs));
-    CMReply<ZuvoRowsRoles> reply;
-    CMRoot()->getRows(listPath, 0, 0, 0, {}, reply);
-    EXPECT_TRUE(reply.isFinished() && reply.hasError());
-}
-
 TEST_F(PlayListParseNodeTest, DestroyedNodeFailsRunningJobs) {
     server.setNeverAnswer(QStringLiteral("/silent"));
     const CMReply<QVariant> replies[] = {
@@ -294,22 +260,19 @@ TEST(PlayListListNode, GetRowsProtocol) {
     struct Case {
         int fromRow;
         int toRow;
-        QStringList titles;   // "-" marks a row read outside the list
+        QString rows;         // per row its title and type, "" outside the list
         bool refused = false; // more than 3 + 1024 entries
     };
-    QStringList outside1024;
-    for (int i = 0; i < PlayListListNode::MaxRowsOutsideList; ++i)
-        outside1024.append(QStringLiteral("-"));
     const std::vector<Case> cases = {
-        {1, 1, {"one"}},
-        {2, 99, {"two"}},
-        {0, INT_MAX, {"zero", "one", "two"}},
-        {3, 9, {}},
-        {2, 1, {}},
-        {-2, 0, {"-", "-", "zero"}},
-        {-1024, INT_MAX, outside1024 + QStringList{"zero", "one", "two"}},
-        {-1025, 2, {}, true},
-        {INT_MIN, INT_MAX, {}, true},
+        {1, 1, "one3"},
+        {2, 99, "two3"},
+        {0, INT_MAX, "zero3,one3,two3"},
+        {3, 9, ""},
+        {2, 1, ""},
+        {-2, 0, ",,zero3"},
+        {-1024, INT_MAX, QString(PlayListListNode::MaxRowsOutsideList, QLatin1Char(',')) + "zero3,one3,two3"},
+        {-1025, 2, "", true},
+        {INT_MIN, INT_MAX, "", true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << c.fromRow << ".." << c.toRow);
@@ -318,23 +281,15 @@ TEST(PlayListListNode, GetRowsProtocol) {
                           {ZuvoRoles::Title(), QStringLiteral("nope"), ZuvoRoles::Type()}, reply);
         ASSERT_TRUE(reply.isFinished());
         EXPECT_EQ(reply.error().name(), c.refused ? QStringLiteral("rowRangeTooLarge") : QString());
-        if (c.refused)
-            continue;
-        EXPECT_EQ(reply.value().rowsCount(), 3);
-        const QVariantList values = reply.value().rows().toList();
-        ASSERT_EQ(values.size(), c.titles.size());
-        for (int i = 0; i < values.size(); ++i) {
-            const QVariantList row = values[i].toList();
-            ASSERT_EQ(row.size(), 3);
-            EXPECT_FALSE(row[1].isValid()) << "a missing key reads as an invalid variant";
-            const bool inside = c.titles[i] != QStringLiteral("-");
-            EXPECT_EQ(row[0].isValid(), inside);
-            EXPECT_EQ(row[2].isValid(), inside);
-            if (inside) {
-                EXPECT_EQ(row[0].toString(), c.titles[i]);
-                EXPECT_EQ(row[2].toInt(), 3);
-            }
+        EXPECT_EQ(reply.value().rowsCount(), c.refused ? 0 : 3);
+        QStringList rows;
+        for (const QVariant& value : reply.value().rows().toList()) {
+            const QVariantList row = value.toList();
+            EXPECT_EQ(row.size(), 3);
+            EXPECT_FALSE(row.value(1).isValid()) << "a missing key reads as an invalid variant";
+            rows.append(row.value(0).toString() + row.value(2).toString());
         }
+        EXPECT_EQ(rows.join(QLatin1Char(',')).toStdString(), c.rows.toStdString());
     }
 
     // Parameters do not change the node's path; a path below it is not served.
