@@ -32,21 +32,6 @@ TEST(PlayListData, PathToUri) {
     }
 }
 
-TEST(PlayListData, RefusesWhatCannotBeFetched) {
-    LogCapture capture;
-    PlayListData empty{QString(), CMSetDataRequest()};
-    EXPECT_FALSE(empty.fetch());
-    EXPECT_FALSE(empty.cancelFetch());
-    HttpTestServer server;
-    server.setNeverAnswer(QStringLiteral("/slow"));
-    PlayListData data(server.url(QStringLiteral("/slow")), CMSetDataRequest());
-    EXPECT_TRUE(data.fetch());
-    EXPECT_FALSE(data.fetch());
-    for (const char* line : {"Can not fetch empty url!", "Error canceling HttpClient: fetcherId is NULL!",
-                             "Fetch already in progress"})
-        EXPECT_TRUE(capture.contains(log4cplus::ERROR_LOG_LEVEL, QString::fromLatin1(line))) << line;
-}
-
 // Whatever the answer (error status, none, cut at the read limit, the
 // time-out), fetchDone() comes once with what arrived.
 TEST(PlayListData, KeepsBodyAndContentTypeOfAnyAnswer) {
@@ -89,13 +74,16 @@ TEST(PlayListData, KeepsBodyAndContentTypeOfAnyAnswer) {
     PlayListData::setFetchTimeoutForTesting(0);
 }
 
-TEST(PlayListData, CancelAndDestructionEndTheTransfer) {
+TEST(PlayListData, RefusalsCancelAndDestruction) {
+    LogCapture capture;
+    EXPECT_FALSE(PlayListData(QString(), CMSetDataRequest()).fetch());
     HttpTestServer server;
     server.setNeverAnswer(QStringLiteral("/slow"));
     auto data = std::make_unique<PlayListData>(server.url(QStringLiteral("/slow")), CMSetDataRequest());
     int done = 0;
     QObject::connect(data.get(), &PlayListData::fetchDone, [&done] { ++done; });
     ASSERT_TRUE(data->fetch());
+    EXPECT_FALSE(data->fetch());
     ASSERT_TRUE(waitUntil([&] { return server.requestCount(QStringLiteral("/slow")) == 1; }, WaitMs));
     EXPECT_TRUE(data->cancelFetch());
     EXPECT_FALSE(data->isFetching());
@@ -103,6 +91,9 @@ TEST(PlayListData, CancelAndDestructionEndTheTransfer) {
     ASSERT_TRUE(waitUntil([&] { return server.openConnections() == 0; }, WaitMs));
     zuvotest::drainEvents();
     EXPECT_EQ(done, 0);
+    for (const char* line : {"Can not fetch empty url!", "Fetch already in progress",
+                             "Error canceling HttpClient: fetcherId is NULL!"})
+        EXPECT_TRUE(capture.contains(log4cplus::ERROR_LOG_LEVEL, QString::fromLatin1(line))) << line;
 
     // Idle again: a new fetch starts; destroying the job ends it.
     ASSERT_TRUE(data->fetch());

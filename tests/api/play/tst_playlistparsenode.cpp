@@ -22,25 +22,27 @@ namespace {
 constexpr int WaitMs = 15000;
 const CMPath NodePath("/playlistParser");
 
-ZuvoResource resourceAt(const QString& uri) {
-    ZuvoResource resource;
-    resource.setUri(uri);
-    return resource;
-}
-
-// An item of the service "svc" whose resources are the given URIs.
-ZuvoRoles itemWith(const QStringList& uris) {
+// The roles of an item of the service "svc" with resources at uris and, unless
+// active is null, an active resource at active.
+QVariant item(const QStringList& uris, const QString& active = QString()) {
+    const auto at = [](const QString& uri) {
+        ZuvoResource resource;
+        resource.setUri(uri);
+        return resource;
+    };
     ZuvoList<ZuvoResource> resources;
     for (const QString& uri : uris)
-        resources.append(resourceAt(uri));
+        resources.append(at(uri));
     ZuvoMetaData metaData;
     metaData.setServiceID(QStringLiteral("svc"));
     ZuvoMediaData mediaData;
     mediaData.setMetaData(metaData);
     mediaData.setResources(resources);
+    if (!active.isNull())
+        mediaData.setActiveResource(at(active));
     ZuvoRoles roles;
     roles.setMediaData(mediaData);
-    return roles;
+    return roles.__variant();
 }
 
 class PlayListParseNodeTest : public ::testing::Test {
@@ -50,16 +52,9 @@ protected:
         node->setNodes(root.nodes());
     }
 
-    CMReply<QVariant> request(const QVariant& roles) {
+    static CMReply<QVariant> request(const QVariant& roles) {
         CMReply<QVariant> reply;
         CMRoot()->invoke(NodePath, roles, reply);
-        return reply;
-    }
-
-    // Parses the playlist at url and returns the finished reply.
-    CMReply<QVariant> parse(const QString& url) {
-        const CMReply<QVariant> reply = request(itemWith({url}).__variant());
-        EXPECT_TRUE(waitUntil([&] { return reply.isFinished(); }, WaitMs)) << url.toStdString();
         return reply;
     }
 
@@ -82,9 +77,9 @@ protected:
         return uris;
     }
 
-    static void expectError(const CMReply<QVariant>& reply, const char* name, const char* message) {
+    static void expectError(const CMReply<QVariant>& reply, const QString& name, const char* message) {
         ASSERT_TRUE(reply.isFinished());
-        EXPECT_EQ(reply.error().name(), QString::fromLatin1(name));
+        EXPECT_EQ(reply.error().name(), name);
         EXPECT_EQ(reply.error().message(), QString::fromLatin1(message));
         EXPECT_EQ(reply.error().title(), CMError::DefaultTitle().toString());
     }
@@ -96,17 +91,19 @@ protected:
 
 } // namespace
 
-// Every URL ends as a list node, numbered per successful parse, whose rows
-// resolve against the URL, see its Content-Type and carry the requesting
-// service; or, whatever went wrong on the way, as unknownFormat.
-TEST_F(PlayListParseNodeTest, UrlsBecomeListNodesOrUnknownFormat) {
+// Every request ends as a list node, numbered per successful parse, whose rows
+// resolve against the URL (the active resource's, else the first resource's),
+// see its Content-Type and carry the requesting service; or, whatever went
+// wrong on the way, as unknownFormat; or, without a URL, at once as emptyUrl.
+TEST_F(PlayListParseNodeTest, RequestsBecomeListNodesOrErrors) {
     QTemporaryDir dir;
     QFile file(dir.filePath(QStringLiteral("local.m3u")));
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     file.write("#EXTM3U\nsongs/near.mp3\n");
     file.close();
     const QByteArray ini = "[Reference]\r\nRef1=http://wm.example.com/live\r\n";
-    server.setResponse(QStringLiteral("/lists/a.m3u"), 200, "#EXTM3U\nsub/a.mp3\nb.mp3\n");
+    for (const char* path : {"/a/l.m3u", "/b/l.m3u", "/c/l.m3u"})
+        server.setResponse(QString::fromLatin1(path), 200, "#EXTM3U\nsub/x.mp3\ny.mp3\n");
     server.setResponse(QStringLiteral("/asf.ini"), 200, ini, {{"Content-Type", "video/x-ms-asf"}});
     server.setResponse(QStringLiteral("/plain.ini"), 200, ini,
                        {{"Content-Type", "video/x-ms-asf; charset=utf-8"}});
@@ -118,49 +115,69 @@ TEST_F(PlayListParseNodeTest, UrlsBecomeListNodesOrUnknownFormat) {
     server.setEndless(QStringLiteral("/huge"));
     server.setRedirect(QStringLiteral("/loop-a"), server.url(QStringLiteral("/loop-b")));
     server.setRedirect(QStringLiteral("/loop-b"), server.url(QStringLiteral("/loop-a")));
+    const auto url = [&](const char* path) { return server.url(QString::fromLatin1(path)); };
+    const QString local = QUrl::fromLocalFile(file.fileName()).toString();
+    const QString unknown = QStringLiteral("unknownFormat");
     struct Case {
-        QString url;
-        int rows; // -1: unknownFormat
-        QString firstUri;
+        QVariant request;
+        QString result; // the first row's URI, else the error name
+        int rows = 0;
         bool allowLocalFiles = false;
     };
-    const QString local = QUrl::fromLocalFile(file.fileName()).toString();
     const Case cases[] = {
-        {server.url(QStringLiteral("/lists/a.m3u")), 2, server.url(QStringLiteral("/lists/sub/a.mp3"))},
-        {server.url(QStringLiteral("/text")), -1, QString()},
-        {server.url(QStringLiteral("/asf.ini")), 1, QStringLiteral("mmsh://wm.example.com/live")},
-        {server.url(QStringLiteral("/plain.ini")), 1, QStringLiteral("http://wm.example.com/live")},
-        {server.url(QStringLiteral("/missing")), -1, QString()},
-        {server.url(QStringLiteral("/silent")), -1, QString()},
-        {server.url(QStringLiteral("/hangup")), -1, QString()},
-        {server.url(QStringLiteral("/huge")), -1, QString()},
-        {server.url(QStringLiteral("/loop-a")), -1, QString()},
-        {QStringLiteral("http://127.0.0.1:%1/refused.m3u").arg(HttpTestServer::unusedPort()), -1, QString()},
-        {local, -1, QString()},
-        {local, 1, QUrl::fromLocalFile(dir.filePath(QStringLiteral("songs/near.mp3"))).toString(), true},
+        {item({url("/text")}), unknown},
+        {item({url("/a/l.m3u"), url("/b/l.m3u")}), url("/a/sub/x.mp3"), 2},
+        {item({url("/a/l.m3u"), url("/b/l.m3u")}, url("/c/l.m3u")), url("/c/sub/x.mp3"), 2},
+        {item({url("/a/l.m3u"), url("/b/l.m3u")}, ""), url("/a/sub/x.mp3"), 2},
+        {item({url("/asf.ini")}), QStringLiteral("mmsh://wm.example.com/live"), 1},
+        {item({url("/plain.ini")}), QStringLiteral("http://wm.example.com/live"), 1},
+        {item({url("/missing")}), unknown},
+        {item({url("/silent")}), unknown},
+        {item({url("/hangup")}), unknown},
+        {item({url("/huge")}), unknown},
+        {item({url("/loop-a")}), unknown},
+        {item({QStringLiteral("http://127.0.0.1:%1/refused.m3u").arg(HttpTestServer::unusedPort())}),
+         unknown},
+        {item({local}), unknown},
+        {item({local}), QUrl::fromLocalFile(dir.filePath(QStringLiteral("songs/near.mp3"))).toString(), 1,
+         true},
+        {ZuvoRoles().__variant(), QStringLiteral("emptyUrl")},
+        {item({}), QStringLiteral("emptyUrl")},
+        {item({"", url("/a/l.m3u")}), QStringLiteral("emptyUrl")},
+        {item({}, ""), QStringLiteral("emptyUrl")},
+        {QVariant(42), QStringLiteral("emptyUrl")},
     };
     PlayListData::setFetchTimeoutForTesting(300);
     int listNodes = 0;
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.url.toStdString());
+        SCOPED_TRACE(c.request.toString().toStdString() + " " + c.result.toStdString());
         node->setAllowLocalFiles(c.allowLocalFiles);
         LogCapture capture;
-        const CMReply<QVariant> reply = parse(c.url);
-        EXPECT_TRUE(
-            capture.contains(log4cplus::INFO_LOG_LEVEL, QStringLiteral("Parsing playlist at uri: ") + c.url));
-        EXPECT_EQ(capture.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("Unknown format found.")),
-                  c.rows < 0);
-        if (c.rows < 0) {
-            expectError(reply, "unknownFormat", "Unknown playlist format detected.");
+        const CMReply<QVariant> reply = request(c.request);
+        if (c.result == QStringLiteral("emptyUrl")) {
+            expectError(reply, c.result, "URL is empty in request!");
+            EXPECT_TRUE(
+                capture.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("URL is empty in request!")));
+            continue;
+        }
+        ASSERT_TRUE(waitUntil([&] { return reply.isFinished(); }, WaitMs));
+        const QString fetched = ZuvoRoles(c.request.toHash()).mediaData().resources().value(0).uri();
+        if (c.rows == 0) {
+            EXPECT_TRUE(capture.contains(log4cplus::INFO_LOG_LEVEL,
+                                         QStringLiteral("Parsing playlist at uri: ") + fetched));
+            EXPECT_TRUE(
+                capture.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("Unknown format found.")));
+            expectError(reply, c.result, "Unknown playlist format detected.");
             continue;
         }
         ASSERT_FALSE(reply.hasError()) << reply.error();
         EXPECT_EQ(reply.value().toString(), QStringLiteral("/playlistParser/%1").arg(listNodes++));
         const QStringList uris = rowsOf(reply.value().toString());
         EXPECT_EQ(uris.size(), c.rows);
-        EXPECT_EQ(uris.value(0), c.firstUri);
+        EXPECT_EQ(uris.value(0), c.result);
     }
     PlayListData::setFetchTimeoutForTesting(0);
+    EXPECT_EQ(server.requestCount(QStringLiteral("/b/l.m3u")), 0);
     EXPECT_EQ(root.nodes()->allNodes().size(), 1 + listNodes);
 
     // A list node goes after its unused interval.
@@ -176,55 +193,11 @@ TEST_F(PlayListParseNodeTest, UrlsBecomeListNodesOrUnknownFormat) {
     EXPECT_TRUE(reply.isFinished() && reply.hasError());
 }
 
-TEST_F(PlayListParseNodeTest, RequestWithoutUrlFailsAtOnce) {
-    ZuvoRoles activeWithoutUri = itemWith({});
-    ZuvoMediaData mediaData = activeWithoutUri.mediaData();
-    mediaData.setActiveResource(resourceAt(QString()));
-    activeWithoutUri.setMediaData(mediaData);
-    const QVariant requests[] = {
-        ZuvoRoles().__variant(),
-        itemWith({}).__variant(),
-        itemWith({QString(), QStringLiteral("http://h/second.m3u")}).__variant(),
-        activeWithoutUri.__variant(),
-        QVariant(42),
-    };
-    for (const QVariant& r : requests) {
-        SCOPED_TRACE(r.toString().toStdString());
-        LogCapture capture;
-        expectError(request(r), "emptyUrl", "URL is empty in request!");
-        EXPECT_TRUE(capture.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("URL is empty in request!")));
-    }
-}
-
-TEST_F(PlayListParseNodeTest, UrlComesFromTheActiveResourceElseTheFirstResource) {
-    for (const char* path : {"/active.m3u", "/first.m3u", "/second.m3u"})
-        server.setResponse(QString::fromLatin1(path), 200, "#EXTM3U\na.mp3\n");
-    const std::vector<std::pair<QVariantHash, QString>> cases = {
-        {resourceAt(server.url(QStringLiteral("/active.m3u"))).__hash(), QStringLiteral("/active.m3u")},
-        {resourceAt(QString()).__hash(), QStringLiteral("/first.m3u")},
-        {QVariantHash(), QStringLiteral("/first.m3u")},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.second.toStdString());
-        ZuvoRoles roles =
-            itemWith({server.url(QStringLiteral("/first.m3u")), server.url(QStringLiteral("/second.m3u"))});
-        ZuvoMediaData mediaData = roles.mediaData();
-        mediaData.setActiveResource(ZuvoResource(c.first));
-        roles.setMediaData(mediaData);
-        const int before = server.requestCount(c.second);
-        const CMReply<QVariant> reply = request(roles.__variant());
-        ASSERT_TRUE(waitUntil([&] { return reply.isFinished(); }, WaitMs));
-        EXPECT_FALSE(reply.hasError()) << reply.error();
-        EXPECT_EQ(server.requestCount(c.second), before + 1);
-    }
-    EXPECT_EQ(server.requestCount(QStringLiteral("/second.m3u")), 0);
-}
-
 TEST_F(PlayListParseNodeTest, ParallelRequestsEachGetTheirOwnAnswer) {
     server.setTrickle(QStringLiteral("/slow.m3u"), "#EXTM3U\nslow.mp3\n", 4, 20);
     server.setResponse(QStringLiteral("/fast.m3u"), 200, "#EXTM3U\nfast.mp3\nfast2.mp3\n");
-    const CMReply<QVariant> slow = request(itemWith({server.url(QStringLiteral("/slow.m3u"))}).__variant());
-    const CMReply<QVariant> fast = request(itemWith({server.url(QStringLiteral("/fast.m3u"))}).__variant());
+    const CMReply<QVariant> slow = request(item({server.url(QStringLiteral("/slow.m3u"))}));
+    const CMReply<QVariant> fast = request(item({server.url(QStringLiteral("/fast.m3u"))}));
     ASSERT_TRUE(waitUntil([&] { return slow.isFinished() && fast.isFinished(); }, WaitMs));
     EXPECT_EQ(rowsOf(slow.value().toString()).size(), 1);
     EXPECT_EQ(rowsOf(fast.value().toString()).size(), 2);
@@ -232,15 +205,15 @@ TEST_F(PlayListParseNodeTest, ParallelRequestsEachGetTheirOwnAnswer) {
 
 TEST_F(PlayListParseNodeTest, DestroyedNodeFailsRunningJobs) {
     server.setNeverAnswer(QStringLiteral("/silent"));
-    const CMReply<QVariant> replies[] = {
-        request(itemWith({server.url(QStringLiteral("/silent"))}).__variant()),
-        request(itemWith({server.url(QStringLiteral("/silent"))}).__variant())};
+    const CMReply<QVariant> replies[] = {request(item({server.url(QStringLiteral("/silent"))})),
+                                         request(item({server.url(QStringLiteral("/silent"))}))};
     ASSERT_TRUE(waitUntil([&] { return server.requestCount(QStringLiteral("/silent")) == 2; }, WaitMs));
     EXPECT_FALSE(replies[0].isFinished());
 
     delete node;
     for (const CMReply<QVariant>& reply : replies)
-        expectError(reply, "PlayListParseNodeIsDeleted", "PlayListParseNode is being destroyed");
+        expectError(reply, QStringLiteral("PlayListParseNodeIsDeleted"),
+                    "PlayListParseNode is being destroyed");
     EXPECT_TRUE(waitUntil([&] { return server.openConnections() == 0; }, WaitMs));
     zuvotest::drainEvents();
     EXPECT_TRUE(root.nodes()->allNodes().isEmpty());

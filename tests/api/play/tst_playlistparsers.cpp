@@ -21,12 +21,8 @@ std::string rowsText(const QList<QVariant>& rows, bool sorted = false) {
     for (const QVariant& row : rows) {
         const ZuvoRoles roles(row.toHash());
         const ZuvoResource resource = roles.mediaData().resources().value(0);
-        QString uri = resource.uri();
-        if (uri.startsWith(Base))
-            uri.replace(0, Base.size(), QStringLiteral("~"));
-        QString line =
-            QStringList{roles.title(), uri, resource.mimeType(), roles.mediaData().metaData().artist()}.join(
-                QLatin1Char('|'));
+        QString line = roles.title() + '|' + resource.uri().replace(Base, QStringLiteral("~")) + '|' +
+                       resource.mimeType() + '|' + roles.mediaData().metaData().artist();
         while (line.endsWith(QLatin1Char('|')))
             line.chop(1);
         lines.append(line);
@@ -72,8 +68,7 @@ struct AllParsers {
         QList<QVariant> rows;
         for (int i = 0; i < 6; ++i) {
             const PlayListParser::Result result = list[i]->parse(request, data);
-            EXPECT_EQ(result.ok, "AIMPWU"[i] == accepts) << "parser "
-                                                         << "AIMPWU"[i];
+            EXPECT_EQ(result.ok, "AIMPWU"[i] == accepts) << "parser " << i;
             EXPECT_TRUE(result.ok || result.rows.isEmpty());
             if (result.ok)
                 rows = result.rows;
@@ -149,18 +144,12 @@ TEST(PlayListParsers, Formats) {
          "|# backup servers|audio/unknown\n"
          "|https://ice2.example.net/jazz.ogg|audio/ogg\n"
          "|http://ice3.example.net/jazz|audio/unknown"},
-        {"empty", "", 0, ""},
         // URL lists: entries stand as they are.
         {"URL: unresolved", "http://a/1\r\nrel.mp3\n", 'U', "|http://a/1|audio/unknown\n|rel.mp3|audio/mpeg"},
         {"URL: first line cut at 10000 characters", longUrl, 'U',
          ("|" + longUrl.left(10000) + "|audio/unknown\n|bbbbbbbbbb|audio/unknown").toStdString()},
-        {"URL: leading blank", " http://a/1.mp3\n", 0, ""},
-        {"URL: scheme case", "HTTP://a/1.mp3\n", 0, ""},
-        {"URL: other scheme", "mms://a/1\n", 0, ""},
         // PLS.
         {"PLS: header trimmed", " [playlist] ", 'P', ""},
-        {"PLS: blank line first", "   \n[playlist]\nFile1=a.mp3\n", 0, ""},
-        {"PLS: not the header", "[playlists]\nFile1=a.mp3\n", 0, ""},
         {"PLS: raw path as title, bad numbers are 0, titles alone nothing",
          "[playlist]\nFile=x.mp3\nFileX=y.mp3\nFile2=sub/z.mp3\nTitle2=\nTitle3=T\n", 'P',
          "sub/z.mp3|~sub/z.mp3|audio/mpeg\ny.mp3|~y.mp3|audio/mpeg"},
@@ -171,15 +160,12 @@ TEST(PlayListParsers, Formats) {
          'M',
          "|~a.mp3|audio/mpeg\n- Title|~b.mp3|audio/mpeg\nC|~c.mp3|audio/mpeg\n|~sub/.d.mp3|audio/mpeg\n"
          "|http://h/x.mp3|audio/mpeg"},
-        {"M3U: blank after the header", "#EXTM3U \na.mp3\n", 0, ""},
-        {"M3U: CR-only line ends hide the header", "#EXTM3U\ra.mp3\r", 0, ""},
         // INI: only exactly video/x-ms-asf makes http MMSH.
         {"INI: parameters", refs, 'I', "|http://host/s|audio/unknown", "video/x-ms-asf; charset=utf-8"},
         {"INI: case", refs, 'I', "|http://host/s|audio/unknown", "VIDEO/X-MS-ASF"},
         {"INI: ref prefix, value after the first =",
          "[REFERENCE]\nREF=a.wma\nRef2= c=d\nRe=x\nXRef1=y\nRef3 z\nVersion=1\nRef4=\n", 'I',
          "|~a.wma|audio/x-ms-wma\n|~ c=d|audio/unknown\n||audio/unknown"},
-        {"INI: header not trimmed", " [reference]\nRef1=a\n", 0, ""},
         // ASX.
         {"ASX: href over HREF, no ref, last title, any depth",
          "<asx><entry><ref href='a.mp3' HREF='b.mp3'/></entry><entry><title>T</title></entry>"
@@ -201,8 +187,6 @@ TEST(PlayListParsers, Formats) {
          'A', "Caf\u00e9|~a.mp3|audio/mpeg"},
         {"ASX: element inside a title", "<asx><entry><title>a<b/>c</title><ref href='x'/></entry></asx>", 'A',
          ""},
-        {"ASX: first element not asx", "<playlist><asx><entry><ref href='a'/></entry></asx></playlist>", 0,
-         ""},
         // WPL.
         {"WPL: XML declaration first, attribute case",
          "<?xml version=\"1.0\"?>\r\n<?wpl version=\"1.0\"?>\r\n<smil><media src='a'/><media "
@@ -216,17 +200,22 @@ TEST(PlayListParsers, Formats) {
          "<smil><?wpl version=\"1.0\"?><media src='a'/></smil>", 'W', "|~a|audio/unknown"},
         {"WPL: error after acceptance", "<?wpl version=\"1.0\"?><smil><media src='a'/><media src='b'", 'W',
          "|~a|audio/unknown"},
-        {"WPL: single quotes", "<?wpl version='1.0'?>" + wplBody, 0, ""},
-        {"WPL: trailing blank", "<?wpl version=\"1.0\" ?>" + wplBody, 0, ""},
-        {"WPL: target case", "<?WPL version=\"1.0\"?>" + wplBody, 0, ""},
-        {"WPL: another instruction first", "<?xml-stylesheet href='s'?><?wpl version=\"1.0\"?>" + wplBody, 0,
-         ""},
-        {"WPL: no instruction", wplBody, 0, ""},
     };
     AllParsers all;
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(rowsText(all.parse(c.body, c.accepts, c.name, c.contentType), c.accepts == 'P'), c.rows);
+    }
+    // Near misses of each format's first line or first token, which no parser takes.
+    for (const QByteArray& body : QByteArrayList{
+             "", " http://a/1.mp3\n", "HTTP://a/1.mp3\n", "mms://a/1\n", "   \n[playlist]\nFile1=a.mp3\n",
+             "[playlists]\nFile1=a.mp3\n", "#EXTM3U \na.mp3\n", "#EXTM3U\ra.mp3\r", " [reference]\nRef1=a\n",
+             "<playlist><asx><entry><ref href='a'/></entry></asx></playlist>", wplBody,
+             "<?wpl version='1.0'?>" + wplBody, "<?wpl version=\"1.0\" ?>" + wplBody,
+             "<?WPL version=\"1.0\"?>" + wplBody,
+             "<?xml-stylesheet href='s'?><?wpl version=\"1.0\"?>" + wplBody}) {
+        SCOPED_TRACE(body.toStdString());
+        all.parse(body, 0, "none");
     }
 }
 
