@@ -44,27 +44,23 @@ public:
     QList<CMSetDataRequest> requests;
 };
 
-ZuvoRoles itemAt(const QString& uri, const QString& title) {
+// An item titled "My radio" whose resource is at uri, played through the
+// silent pre-play service when viaPrePlay.
+ZuvoRoles itemAt(const QString& uri, bool viaPrePlay = false) {
     ZuvoResource resource;
     resource.setUri(uri);
     resource.setMimeType(QStringLiteral("audio/x-scpls"));
     resource.setDuration(120000);
+    ZuvoMetaData metaData;
+    metaData.setPrePlayPath(viaPrePlay ? PrePlayPath : CMPath());
     ZuvoMediaData mediaData;
     mediaData.setResources(ZuvoList<ZuvoResource>() << resource);
     mediaData.setActiveResource(resource);
+    mediaData.setMetaData(metaData);
     ZuvoRoles roles;
-    roles.setTitle(title);
+    roles.setTitle(QStringLiteral("My radio"));
     roles.setMediaData(mediaData);
     return roles;
-}
-
-// An ASX document whose first count entries have no reference and whose
-// next one refers to uri.
-QByteArray asxWith(int count, const char* uri) {
-    QByteArray body = "<asx version=\"3.0\">\n";
-    for (int i = 0; i < count; ++i)
-        body += "<entry><title>t</title></entry>\n";
-    return body + "<entry><ref href=\"" + uri + "\"/></entry></asx>\n";
 }
 
 // One world per case: registry, streamer, HTTP server, parse node, play
@@ -98,14 +94,15 @@ TEST(PlaylistHandOff, UnplayableStreamIsParsedAndItsFirstEntryPlayed) {
         const char* log;
         bool anotherRequestWaits = false;
     };
+    const QByteArray noRef = "<entry><title>t</title></entry>";
     const Case cases[] = {
         {-14, 200, "#EXTM3U\n#EXTINF:-1,One\nhttp://radio/one.mp3\nhttp://radio/two.mp3\n",
          "http://radio/one.mp3", nullptr, log4cplus::INFO_LOG_LEVEL, "Got 2 from "},
-        {-22, 200, asxWith(9, "http://h/10.mp3"), "http://h/10.mp3", nullptr, log4cplus::INFO_LOG_LEVEL,
-         "Got 10 from "},
-        {-15, 200, asxWith(10, "http://h/11.mp3"), nullptr,
-         "Returned data does not contain any URL after parsing playlist file!", log4cplus::WARN_LOG_LEVEL,
-         "returned data does not contain any URL after parsing playlist file"},
+        {-22, 200, "<asx>" + noRef.repeated(9) + "<entry><ref href='http://h/10.mp3'/></entry></asx>",
+         "http://h/10.mp3", nullptr, log4cplus::INFO_LOG_LEVEL, "Got 10 from "},
+        {-15, 200, "<asx>" + noRef.repeated(10) + "<entry><ref href='http://h/11.mp3'/></entry></asx>",
+         nullptr, "Returned data does not contain any URL after parsing playlist file!",
+         log4cplus::WARN_LOG_LEVEL, "returned data does not contain any URL after parsing playlist file"},
         {-15, 404, "<html>Not Found</html>", nullptr, "Unknown playlist format detected.",
          log4cplus::WARN_LOG_LEVEL, "reply error: unknownFormat"},
         {-15, 200, "[playlist]\nFile1=http://radio/one.mp3\n", nullptr, "", log4cplus::WARN_LOG_LEVEL,
@@ -116,19 +113,14 @@ TEST(PlaylistHandOff, UnplayableStreamIsParsedAndItsFirstEntryPlayed) {
         World w;
         SilentService prePlay(w.root.nodes());
         w.server.setResponse(QStringLiteral("/list"), c.status, c.body);
-        const ZuvoRoles item = itemAt(w.server.url(QStringLiteral("/list")), QStringLiteral("My radio"));
+        const ZuvoRoles item = itemAt(w.server.url(QStringLiteral("/list")));
         w.client->playContainer(ZuvoRoles(), item, 0, 0);
         ASSERT_TRUE(w.streamer.waitForCount(Command::play, 1));
         ASSERT_TRUE(waitUntil([&] { return w.client->data().state() != ZuvoPlayLogicState::stopped; }));
         if (c.anotherRequestWaits) {
             // A next track whose pre-play never answers stays queued.
-            ZuvoRoles next = itemAt(QStringLiteral("http://h/next.mp3"), QStringLiteral("Next"));
-            ZuvoMediaData mediaData = next.mediaData();
-            ZuvoMetaData metaData = mediaData.metaData();
-            metaData.setPrePlayPath(PrePlayPath);
-            mediaData.setMetaData(metaData);
-            next.setMediaData(mediaData);
-            w.logic.sendSetNextMediaCommand(next, QVariantHash());
+            w.logic.sendSetNextMediaCommand(itemAt(QStringLiteral("http://h/next.mp3"), true),
+                                            QVariantHash());
             ASSERT_TRUE(waitUntil([&] { return prePlay.requests.size() == 1; }));
         }
         LogCapture log;
