@@ -22,7 +22,6 @@ QString plparse(const QStringList& args, int expectedExitCode) {
     zuvotest::startTool(process, QStringLiteral(ZUVO_PLPARSE_PATH), args);
     EXPECT_TRUE(process.waitForStarted(10000));
     EXPECT_TRUE(zuvotest::waitUntil([&] { return process.state() == QProcess::NotRunning; }, 60000));
-    process.waitForFinished(1000);
     const QByteArray out = process.readAllStandardOutput();
     const QString err = QString::fromUtf8(process.readAllStandardError());
     EXPECT_EQ(process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, expectedExitCode)
@@ -61,6 +60,7 @@ TEST(ZuvoPlParse, Runs) {
     server.setResponse(QStringLiteral("/missing"), 404, "<html>gone</html>");
     const QString data = QStringLiteral(ZUVO_TEST_DATA_DIR "/");
     const QString dataUrl = QStringLiteral("file://") + QDir(data).absolutePath() + QLatin1Char('/');
+    const auto url = [&](const char* path) { return server.url(QString::fromLatin1(path)); };
     const QString json = QStringLiteral("--json");
     struct Case {
         QStringList args;
@@ -79,13 +79,10 @@ TEST(ZuvoPlParse, Runs) {
          0,
          {"rows: 4\n", "\nIntro|" + dataUrl + "clips/intro.wma|audio/x-ms-wma|\n"}},
         // Every row, not only the ten a play logic looks at.
-        {{json, server.url(QStringLiteral("/lists/many.m3u"))},
+        {{json, url("/lists/many.m3u")},
          0,
-         {"rows: 25\n",
-          "\nSong 24|" + server.url(QStringLiteral("/lists/song24.mp3")) + "|audio/mpeg|Band\n"}},
-        {{json, server.url(QStringLiteral("/missing"))},
-         2,
-         {"error: unknownFormat: Unknown playlist format detected."}},
+         {"rows: 25\n", "\nSong 24|" + url("/lists/song24.mp3") + "|audio/mpeg|Band\n"}},
+        {{json, url("/missing")}, 2, {"error: unknownFormat: Unknown playlist format detected."}},
         {{json, data + "../CMakeLists.txt"}, 2, {"error: unknownFormat: Unknown playlist format detected."}},
         {{json, data + "does-not-exist.m3u"}, 2, {"error: readError: Cannot read "}},
         {{json}, 1, {"error: usage: missing URL-or-FILE"}},

@@ -13,25 +13,6 @@ namespace {
 constexpr int WaitMs = 15000;
 } // namespace
 
-TEST(PlayListData, PathToUri) {
-    const char* const cases[][3] = {
-        // url, path, uri
-        {"http://h/p/list.m3u", "mms://x/y", "mms://x/y"},
-        {"http://h/p/list.m3u", "HTTP_2://x", "HTTP_2://x"},
-        {"http://h/p/list.m3u", "a b.mp3", "http://h/p/a b.mp3"},
-        {"http://h/dir/", "/a.mp3", "http://h/dir//a.mp3"},
-        {"http://h/p/list.m3u", "C:/a.mp3", "http://h/p/C:/a.mp3"},
-        {"http://h/p/list.m3u", "x-y://z", "http://h/p/x-y://z"},
-        {"http://h/p/list.m3u", " http://x", "http://h/p/ http://x"},
-        {"http://h/p/list.m3u", "", ""},
-        {"list.m3u", "a.mp3", "a.mp3"},
-    };
-    for (const auto& c : cases) {
-        const PlayListData data(QString::fromUtf8(c[0]), CMSetDataRequest());
-        EXPECT_EQ(data.pathToURI(QString::fromUtf8(c[1])), QString::fromUtf8(c[2])) << c[0] << " + " << c[1];
-    }
-}
-
 // Whatever the answer (error status, none; read limit and time-out in
 // tst_hostilepeers), fetchDone() comes once with what arrived.
 TEST(PlayListData, KeepsBodyAndContentTypeOfAnyAnswer) {
