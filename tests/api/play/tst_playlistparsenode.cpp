@@ -234,7 +234,4 @@ TEST(PlayListListNode, GetRowsProtocol) {
                   expected.toStdString());
         EXPECT_EQ(reply.value().rowsCount(), reply.hasError() ? 0 : 3);
     }
-    CMReply<ZuvoRowsRoles> below;
-    CMRoot()->getRows(CMPath("/list/sub"), 0, 0, 0, {ZuvoRoles::Title()}, below);
-    EXPECT_EQ(below.error().name(), QStringLiteral("NotSupported"));
 }
