@@ -234,4 +234,7 @@ TEST(PlayListListNode, GetRowsProtocol) {
                   expected.toStdString());
         EXPECT_EQ(reply.value().rowsCount(), reply.hasError() ? 0 : 3);
     }
+    CMReply<ZuvoRowsRoles> below; // other paths go to CMNode
+    CMRoot()->getRows(CMPath("/list/sub"), 0, 0, 0, {ZuvoRoles::Title()}, below);
+    EXPECT_EQ(below.error().name(), QStringLiteral("NotSupported"));
 }
