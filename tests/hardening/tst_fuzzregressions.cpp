@@ -22,10 +22,8 @@ TEST(CMPathFuzzFindings, EscapesOfNulAndByteOrderMarkDecodeToThemselves) {
     };
     const std::vector<Case> cases = {
         {"/%00", {QString(nul)}, {}},
-        {"/%00%00%00", {QString(3, nul)}, {}},
         {"/a%00b", {QStringLiteral("a") + nul + QStringLiteral("b")}, {}},
         {"/%EF%BB%BF", {QString(bom)}, {}},
-        {"/%EF%BB%BF%EF%BB%BFx", {QString(2, bom) + QStringLiteral("x")}, {}},
         {"/x%EF%BB%BF/%C3%A9%EF%BB%BF", {QStringLiteral("x") + bom, QStringLiteral("\u00e9") + bom}, {}},
         {"/a?%00=%EF%BB%BF&k=%00v",
          {QStringLiteral("a")},
