@@ -1,3 +1,5 @@
+#include <QHash>
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <memory>
 #include <vector>
@@ -13,30 +15,28 @@ namespace {
 // "previous X" (X labels the reply and is the command's value), "mode N X"
 // (changePlayMode to N), "prepareNext", "finish", "fail" (finish with an error
 // named "Failed", message "boom"), "clear".
-class Harness {
-public:
+struct Harness {
     Harness(bool skipMerging, bool playModeCollapsing)
         : queue(skipMerging, playModeCollapsing) {
         QObject::connect(&queue, &ControlQueue::control, [this](Command command, const QVariant& value) {
             started << ControlQueue::toString(command) + '(' + value.toString() + ')';
         });
         QObject::connect(&queue, &ControlQueue::playModeChanged, [this](ZuvoPlayerPlayMode::Enum mode) {
-            started << QStringLiteral("mode%1").arg(mode);
+            started << "mode" + QString::number(mode);
         });
-        QObject::connect(&queue, &ControlQueue::empty, [this] { started << QStringLiteral("empty"); });
+        QObject::connect(&queue, &ControlQueue::empty, [this] { started << "empty"; });
     }
 
     void run(const QStringList& steps) {
+        using Method = void (ControlQueue::*)(const QVariant&, const CMReply<QVariant>&);
+        const QHash<QString, Method> commands = {{"play", &ControlQueue::play},
+                                                 {"stop", &ControlQueue::stop},
+                                                 {"next", &ControlQueue::next},
+                                                 {"previous", &ControlQueue::previous}};
         for (const QString& step : steps) {
             const QStringList w = step.split(' ');
-            if (w[0] == "play")
-                queue.play(w[1], reply(w[1]));
-            else if (w[0] == "stop")
-                queue.stop(w[1], reply(w[1]));
-            else if (w[0] == "next")
-                queue.next(w[1], reply(w[1]));
-            else if (w[0] == "previous")
-                queue.previous(w[1], reply(w[1]));
+            if (commands.contains(w[0]))
+                (queue.*commands[w[0]])(w[1], reply(w[1]));
             else if (w[0] == "mode")
                 queue.changePlayMode(ZuvoPlayerPlayMode::Enum(w[1].toInt()), reply(w[2]));
             else if (w[0] == "prepareNext")
@@ -50,6 +50,11 @@ public:
             else
                 ADD_FAILURE() << "bad step " << step.toStdString();
         }
+    }
+
+    CMReply<QVariant> reply(const QString& label) {
+        replies.emplace_back(label, CMReply<QVariant>());
+        return replies.back().second;
     }
 
     // "a=pending b=ok c=cancelled d=<error message>", in creation order.
@@ -72,12 +77,10 @@ public:
         QStringList listing;
         for (ControlQueue::Control c = queue.dequeue(); c.command != Command::none; c = queue.dequeue()) {
             QStringList labels;
-            for (const CMReply<QVariant>& r : c.replies) {
-                for (const auto& [label, reply] : replies) {
-                    if (reply == r)
-                        labels << label;
-                }
-            }
+            for (const CMReply<QVariant>& r : c.replies)
+                labels << std::find_if(replies.begin(), replies.end(), [&](auto& p) {
+                              return p.second == r;
+                          })->first;
             listing << ControlQueue::toString(c.command) +
                            (c.command == Command::playMode ? QString::number(c.playMode) : QString()) + '[' +
                            labels.join(',') + ']';
@@ -88,12 +91,6 @@ public:
     QStringList started; // declared before the queue: its destructor still emits
     std::vector<std::pair<QString, CMReply<QVariant>>> replies;
     ControlQueue queue;
-
-private:
-    CMReply<QVariant> reply(const QString& label) {
-        replies.emplace_back(label, CMReply<QVariant>());
-        return replies.back().second;
-    }
 };
 
 struct Case {
@@ -177,6 +174,7 @@ TEST(ControlQueue, Rules) {
         EXPECT_EQ(h.started, c.started);
         EXPECT_EQ(h.replyStates(), c.replies);
         EXPECT_EQ(h.queue.stopped(), c.stopped);
+        EXPECT_EQ(h.queue.activeControl() == Command::none, c.queued.isEmpty());
         EXPECT_EQ(h.drain(), c.queued);
     }
 }

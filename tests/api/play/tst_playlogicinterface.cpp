@@ -26,7 +26,7 @@ public:
 
 } // namespace
 
-TEST(PlayLogicInterface, EveryControlCallArrivesWithItsRecord) {
+TEST(PlayLogicInterface, ControlCallsSendTheirRecordsAndReadersReadThePublishedValues) {
     CMRootScope root;
     ControlRecorder recorder;
     CMActivateNode::create(root.nodes(), CMPath("/zone1/control"))
@@ -37,40 +37,30 @@ TEST(PlayLogicInterface, EveryControlCallArrivesWithItsRecord) {
     using C = ZuvoPlayLogicControl;
     using Play = ZuvoPlayLogicPlayArgs;
     // The call, its control and the fields it sends besides the control.
+    // clang-format off
     const std::vector<std::tuple<std::function<CMReply<QVariant>()>, C::Enum, QVariantHash>> cases = {
-        {[&] { return pl->play(media, true); },
-         C::play,
+        {[&] { return pl->play(media, true); }, C::play,
          {{Play::MediaRoles(), media.__variant()}, {Play::StartPaused(), true}}},
-        {[&] { return pl->playContainer(media, track, 3, 7, false); },
-         C::play,
-         {{Play::Type(), 1},
-          {Play::MediaRoles(), media.__variant()},
-          {Play::TrackRoles(), track.__variant()},
-          {Play::Index(), 3},
-          {Play::Version(), 7},
-          {Play::StartPaused(), false}}},
-        {[&] { return pl->stop(ZuvoPlayLogicStopReason::newPlayRequest); },
-         C::stop,
+        {[&] { return pl->playContainer(media, track, 3, 7, false); }, C::play,
+         {{Play::Type(), 1}, {Play::MediaRoles(), media.__variant()}, {Play::TrackRoles(), track.__variant()},
+          {Play::Index(), 3}, {Play::Version(), 7}, {Play::StartPaused(), false}}},
+        {[&] { return pl->stop(ZuvoPlayLogicStopReason::newPlayRequest); }, C::stop,
          {{ZuvoPlayLogicStopArgs::Reason(), 4}}},
         {[&] { return pl->pause(); }, C::pause, {}},
         {[&] { return pl->next(); }, C::next, {}},
-        {[&] { return pl->previous(true); },
-         C::previous,
+        {[&] { return pl->previous(true); }, C::previous,
          {{ZuvoPlayLogicPreviousArgs::ForceSkipPrevious(), true}}},
         {[&] { return pl->like(); }, C::like, {}},
         {[&] { return pl->dislike(); }, C::dislike, {}},
         {[&] { return pl->seekTime(65000); }, C::seekTime, {{ZuvoPlayLogicSeekArgs::Time(), qint64(65000)}}},
-        {[&] { return pl->seekBytes(1 << 20); },
-         C::seekBytes,
-         {{ZuvoPlayLogicSeekArgs::Bytes(), qint64(1 << 20)}}},
-        {[&] { return pl->setCurrentTrack(5); },
-         C::setCurrentTrack,
+        {[&] { return pl->seekBytes(4096); }, C::seekBytes, {{ZuvoPlayLogicSeekArgs::Bytes(), qint64(4096)}}},
+        {[&] { return pl->setCurrentTrack(5); }, C::setCurrentTrack,
          {{ZuvoPlayLogicSetCurrentTrackArgs::CurrentTrack(), 5}}},
-        {[&] { return pl->changePlayMode(ZuvoPlayerPlayMode::repeatAll); },
-         C::changePlayMode,
+        {[&] { return pl->changePlayMode(ZuvoPlayerPlayMode::repeatAll); }, C::changePlayMode,
          {{ZuvoPlayLogicChangePlayModeArgs::PlayMode(), 4}}},
         {[&] { return pl->ping(12); }, C::ping, {{ZuvoPlayLogicPingArgs::PingSequenceNumber(), 12}}},
     };
+    // clang-format on
     for (const auto& [call, control, fields] : cases) {
         SCOPED_TRACE(int(control));
         recorder.requests.clear();
@@ -83,11 +73,8 @@ TEST(PlayLogicInterface, EveryControlCallArrivesWithItsRecord) {
         expected.insert(ZuvoPlayLogicControlArgs::Control(), int(control));
         EXPECT_EQ(recorder.requests[0].data().toHash(), expected);
     }
-}
 
-TEST(PlayLogicInterface, ReadsPublishedValues) {
-    CMRootScope root;
-    PlayLogicInterface* pl = PlayLogicInterface::instance(CMPath("/zone2"));
+    // The readers: published values, a default where nothing is published.
     const auto publish = [&](const CMPath& path, const ZuvoHash& value) {
         CMValueNode::create(root.nodes(), path)->setValue(ZuvoValue(value.__hash()));
     };

@@ -197,9 +197,8 @@ TEST_F(StreamerControllerTest, OnlyTheHeadOfTheQueueIsInFlight) {
     EXPECT_EQ(next.value(), 2);
     EXPECT_EQ(service.commands(),
               (QList<Command>{Command::play, Command::play, Command::stop, Command::setNextMedia}));
-    const ZuvoStreamerPlayArgs playArgs(service.invocations(Command::play).at(1).args());
-    EXPECT_EQ(playArgs.roles(), rolesTitled(QStringLiteral("b")));
-    EXPECT_EQ(playArgs.attributes().toHash(), (QVariantHash{{ZuvoStreamerAttributesStartPaused(), true}}));
+    EXPECT_EQ(ZuvoStreamerPlayArgs(service.invocations(Command::play).at(1).args()).attributes().toHash(),
+              (QVariantHash{{ZuvoStreamerAttributesStartPaused(), true}}));
     const QVariantHash nextArgs = service.last(Command::setNextMedia).args();
     EXPECT_EQ(ZuvoStreamerPlayArgs(nextArgs).roles(), rolesTitled(QStringLiteral("c")));
     EXPECT_FALSE(nextArgs.contains(ZuvoStreamerPlayArgs::Attributes()));
@@ -255,8 +254,8 @@ TEST_F(StreamerControllerTest, PlayWhilePlayingReplacesWithoutStopAndPostponesTh
         drainEvents();
         EXPECT_EQ(reportedStopped(), !newPlaybackRuns) << "still stopped when the window closes";
         EXPECT_EQ(controller->state(), newPlaybackRuns ? State::playing : State::stopped);
-        if (newPlaybackRuns)
-            EXPECT_EQ(reported.last().first.trackRoles(), rolesTitled(QStringLiteral("second")));
+        EXPECT_TRUE(!newPlaybackRuns ||
+                    reported.last().first.trackRoles() == rolesTitled(QStringLiteral("second")));
     }
 }
 
@@ -588,7 +587,6 @@ TEST_F(StreamerControllerTest, HowAPlaybackGoesOnDecidesHowOftenTheNextMediaIsAs
         {"end of stream (-13)", [&] { publish(dataOf(1, kStopped, -13)); }, 1},
         {"other error", [&] { publish(dataOf(1, kStopped, -16)); }, 0},
         {"our own stop", [&] { controller->stop(); publish(dataOf(1, kStopped)); }, 0},
-        {"crash", [&] { publish(TestStreamerService::restartedData()); }, 0},
         {"error while still running", [&] { publish(dataOf(1, kPlaying, -16)); }, 0},
         {"near end, then the receiver disables on the end", [&] {
              publish(running(1, true, 1)); disableOnStop(); publish(dataOf(1, kStopped, -13)); }, 1},

@@ -103,45 +103,4 @@ TEST_F(StreamerInterfaceTest, DataAndPlayTimeAreWatchedBetweenInitializeAndDeini
     EXPECT_TRUE(streamer.data().isEmpty());
     EXPECT_EQ(streamer.playTime(), 0);
 }
-
-TEST_F(StreamerInterfaceTest, BufferingValuesAreWatchedOnlyWhileListening) {
-    QList<QPair<double, double>> levels;
-    QList<QPair<qint64, qint64>> bytes;
-    QObject::connect(&streamer, &StreamerInterface::bufferingLevelChanged, [&](double n, double o) {
-        levels.append({n, o});
-    });
-    QObject::connect(&streamer, &StreamerInterface::bufferedBytesChanged, [&](qint64 n, qint64 o) {
-        bytes.append({n, o});
-    });
-    service.publishBufferingLevel(12.5);
-    service.publishBufferedBytes(4096);
-    streamer.listenBufferedBytes(false); // not listening: nothing to do
-    EXPECT_EQ(streamer.bufferingLevel(), -1.0);
-    EXPECT_EQ(streamer.bufferedBytes(), -1);
-
-    // Independent of initialize(); listening twice watches once.
-    for (int i = 0; i < 2; ++i) {
-        streamer.listenBufferingLevel(true);
-        streamer.listenBufferedBytes(true);
-    }
-    EXPECT_TRUE(streamer.listeningBufferingLevel());
-    service.publishBufferingLevel(99.5);
-    service.publishBufferedBytes(8192);
-    ASSERT_TRUE(waitUntil([&] { return levels.size() >= 2 && bytes.size() >= 2; }));
-    drainEvents();
-    EXPECT_EQ(levels, (QList<QPair<double, double>>{{12.5, 0.0}, {99.5, 12.5}}));
-    EXPECT_EQ(bytes, (QList<QPair<qint64, qint64>>{{4096, 0}, {8192, 4096}}));
-    EXPECT_EQ(streamer.bufferingLevel(), 99.5);
-    EXPECT_EQ(streamer.bufferedBytes(), 8192);
-
-    streamer.listenBufferingLevel(false);
-    streamer.listenBufferedBytes(false);
-    EXPECT_FALSE(streamer.listeningBufferingLevel());
-    EXPECT_FALSE(streamer.listeningBufferedBytes());
-    EXPECT_EQ(streamer.bufferingLevel(), -1.0);
-    EXPECT_EQ(streamer.bufferedBytes(), -1);
-    service.publishBufferingLevel(50.0);
-    service.publishBufferedBytes(1);
-    drainEvents();
-    EXPECT_EQ(levels.size() + bytes.size(), 4) << "nothing more once unlistened";
-}
+// The buffering values are checked through StreamerController's buffering reports.
