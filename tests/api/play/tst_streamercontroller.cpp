@@ -580,8 +580,10 @@ TEST_F(StreamerControllerTest, HowAPlaybackGoesOnDecidesHowOftenTheNextMediaIsAs
     const std::vector<std::tuple<const char*, std::function<void()>, int>> cases = {
         {"near end (a rising edge only), then stopped", [&] {
              int step = 0;
-             for (const bool nearEnd : {true, true, false, true})
+             for (const bool nearEnd : {true, true, false, true}) {
                  publish(running(1, nearEnd, ++step));
+                 EXPECT_EQ(prepareCount, 1) << "asked at the first near end, never again";
+             }
              publish(dataOf(1, kStopped)); }, 1},
         {"stopped", [&] { publish(dataOf(1, kStopped)); }, 1},
         {"end of stream (-13)", [&] { publish(dataOf(1, kStopped, -13)); }, 1},

@@ -9,6 +9,9 @@
 #include "support/teststreamerservice.h"
 #include "zuvostreamerinterface.h"
 
+// ZuvoStreamerInterface against the streamer's nodes in the model tree. Its
+// buffering values are checked through StreamerController's buffering tests.
+
 using Command = TestStreamerService::Command;
 using zuvotest::drainEvents;
 using zuvotest::waitUntil;
@@ -103,4 +106,3 @@ TEST_F(StreamerInterfaceTest, DataAndPlayTimeAreWatchedBetweenInitializeAndDeini
     EXPECT_TRUE(streamer.data().isEmpty());
     EXPECT_EQ(streamer.playTime(), 0);
 }
-// The buffering values are checked through StreamerController's buffering reports.
