@@ -1,3 +1,5 @@
+#include <QHash>
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <memory>
 #include <vector>
@@ -9,83 +11,79 @@ using Command = ControlQueue::ControlCommand;
 
 namespace {
 
-// Drives a queue with a small script and describes what came of it.
-//
-// Steps: "play X", "stop X", "next X", "previous X" (X names the reply and is
-// the command's value), "mode N X" (changePlayMode to N), "prepareNext",
-// "finish", "fail" (finish with an error named "Failed", message "boom"),
-// "clear".
-class Harness {
-public:
+// Drives a queue with a script of steps: "play X", "stop X", "next X",
+// "previous X" (X labels the reply and is the command's value), "mode N X"
+// (changePlayMode to N), "prepareNext", "finish", "fail" (finish with an error
+// named "Failed", message "boom"), "clear".
+struct Harness {
     Harness(bool skipMerging, bool playModeCollapsing)
         : queue(skipMerging, playModeCollapsing) {
-        QObject::connect(&queue, &ControlQueue::control, &queue,
-                         [this](Command command, const QVariant& value) {
-                             started << ControlQueue::toString(command) + QLatin1Char('(') +
-                                            value.toString() + QLatin1Char(')');
-                         });
-        QObject::connect(
-            &queue, &ControlQueue::playModeChanged, &queue,
-            [this](ZuvoPlayerPlayMode::Enum mode) { started << QStringLiteral("mode%1").arg(mode); });
-        QObject::connect(&queue, &ControlQueue::empty, &queue,
-                         [this] { started << QStringLiteral("empty"); });
+        QObject::connect(&queue, &ControlQueue::control, [this](Command command, const QVariant& value) {
+            started << ControlQueue::toString(command) + '(' + value.toString() + ')';
+        });
+        QObject::connect(&queue, &ControlQueue::playModeChanged, [this](ZuvoPlayerPlayMode::Enum mode) {
+            started << "mode" + QString::number(mode);
+        });
+        QObject::connect(&queue, &ControlQueue::empty, [this] { started << "empty"; });
     }
 
     void run(const QStringList& steps) {
+        using Method = void (ControlQueue::*)(const QVariant&, const CMReply<QVariant>&);
+        const QHash<QString, Method> commands = {{"play", &ControlQueue::play},
+                                                 {"stop", &ControlQueue::stop},
+                                                 {"next", &ControlQueue::next},
+                                                 {"previous", &ControlQueue::previous}};
         for (const QString& step : steps) {
-            const QStringList w = step.split(QLatin1Char(' '));
-            const QString& op = w[0];
-            if (op == QLatin1String("play"))
-                queue.play(w[1], reply(w[1]));
-            else if (op == QLatin1String("stop"))
-                queue.stop(w[1], reply(w[1]));
-            else if (op == QLatin1String("next"))
-                queue.next(w[1], reply(w[1]));
-            else if (op == QLatin1String("previous"))
-                queue.previous(w[1], reply(w[1]));
-            else if (op == QLatin1String("mode"))
+            const QStringList w = step.split(' ');
+            if (commands.contains(w[0]))
+                (queue.*commands[w[0]])(w[1], reply(w[1]));
+            else if (w[0] == "mode")
                 queue.changePlayMode(ZuvoPlayerPlayMode::Enum(w[1].toInt()), reply(w[2]));
-            else if (op == QLatin1String("prepareNext"))
+            else if (w[0] == "prepareNext")
                 queue.prepareNext();
-            else if (op == QLatin1String("finish"))
-                queue.finish(QVariant(op));
-            else if (op == QLatin1String("fail"))
+            else if (w[0] == "finish")
+                queue.finish(QVariant(w[0]));
+            else if (w[0] == "fail")
                 queue.finish(CMError(QStringLiteral("Failed"), TrString(QStringLiteral("boom"))));
-            else if (op == QLatin1String("clear"))
+            else if (w[0] == "clear")
                 queue.clear();
             else
                 ADD_FAILURE() << "bad step " << step.toStdString();
         }
     }
 
+    CMReply<QVariant> reply(const QString& label) {
+        replies.emplace_back(label, CMReply<QVariant>());
+        return replies.back().second;
+    }
+
     // "a=pending b=ok c=cancelled d=<error message>", in creation order.
     QString replyStates() const {
         QStringList states;
-        for (const auto& [label, reply] : replies) {
-            QString state = QStringLiteral("pending");
-            if (reply.isFinished() && reply.error().isEmpty())
-                state = QStringLiteral("ok");
-            else if (reply.error().name() == CMVoidReply::ErrorCancel())
-                state = QStringLiteral("cancelled");
-            else if (reply.isFinished())
-                state = reply.error().message();
-            states << label + QLatin1Char('=') + state;
+        for (const auto& [label, r] : replies) {
+            const bool cancelled = r.error().name() == CMVoidReply::ErrorCancel();
+            states << label + '=' +
+                          (!r.isFinished()       ? "pending"
+                           : r.error().isEmpty() ? "ok"
+                           : cancelled           ? "cancelled"
+                                                 : r.error().message());
         }
-        return states.join(QLatin1Char(' '));
+        return states.join(' ');
     }
 
-    // The active control and then every control that would run after it, as
+    // The active control and every control that would run after it, as
     // "command[reply labels]" (a play mode as "playMode2[m]"); empties the queue.
     QStringList drain() {
         QStringList listing;
         for (ControlQueue::Control c = queue.dequeue(); c.command != Command::none; c = queue.dequeue()) {
-            QString text = ControlQueue::toString(c.command);
-            if (c.command == Command::playMode)
-                text += QString::number(c.playMode);
             QStringList labels;
             for (const CMReply<QVariant>& r : c.replies)
-                labels << labelOf(r);
-            listing << text + QLatin1Char('[') + labels.join(QLatin1Char(',')) + QLatin1Char(']');
+                labels << std::find_if(replies.begin(), replies.end(), [&](auto& p) {
+                              return p.second == r;
+                          })->first;
+            listing << ControlQueue::toString(c.command) +
+                           (c.command == Command::playMode ? QString::number(c.playMode) : QString()) + '[' +
+                           labels.join(',') + ']';
         }
         return listing;
     }
@@ -93,143 +91,100 @@ public:
     QStringList started; // declared before the queue: its destructor still emits
     std::vector<std::pair<QString, CMReply<QVariant>>> replies;
     ControlQueue queue;
-
-private:
-    CMReply<QVariant> reply(const QString& label) {
-        replies.emplace_back(label, CMReply<QVariant>());
-        return replies.back().second;
-    }
-    QString labelOf(const CMReply<QVariant>& r) const {
-        for (const auto& [label, reply] : replies) {
-            if (reply == r)
-                return label;
-        }
-        return QStringLiteral("-");
-    }
 };
 
 struct Case {
     const char* name;
-    bool skipMerging;
-    bool playModeCollapsing;
-    QStringList steps;
-    QStringList started;
-    QStringList queued; // active first
+    bool skipMerging, playModeCollapsing;
+    QStringList steps, started, queued; // queued: the active control first
     QString replies;
     bool stopped;
 };
 
-void check(const Case& c) {
-    SCOPED_TRACE(c.name);
-    Harness h(c.skipMerging, c.playModeCollapsing);
-    h.run(c.steps);
-    EXPECT_EQ(h.started, c.started);
-    EXPECT_EQ(h.replyStates(), c.replies);
-    EXPECT_EQ(h.queue.stopped(), c.stopped);
-    EXPECT_EQ(h.drain(), c.queued);
-}
-
-const QString kStopped = QStringLiteral("Playback control is stopped");
-const QString kFailed = QStringLiteral("Starting playback failed");
+const QString kStopped = "Playback control is stopped";
+const QString kFailed = "Starting playback failed";
 
 } // namespace
 
-TEST(ControlQueue, EnqueueRules) {
+TEST(ControlQueue, Rules) {
     // clang-format off
     const std::vector<Case> cases = {
-        {"idle play starts at once", true, true,
-         {"play a"},
-         {"play(a)"}, {"play[a]"}, "a=pending", false},
-        {"finish with nothing queued emits empty", true, true,
-         {"play a", "finish"},
+        {"idle play starts at once", true, true, {"play a"}, {"play(a)"}, {"play[a]"}, "a=pending", false},
+        {"finish with nothing queued emits empty", true, true, {"play a", "finish"},
          {"play(a)", "empty"}, {}, "a=ok", false},
-        {"same skips merge, an opposite one cancels out", true, true,
-         {"play a", "next b", "next c", "previous d"},
+        {"same skips merge, an opposite one cancels", true, true, {"play a", "next b", "next c", "previous d"},
          {"play(a)"}, {"play[a]", "next[b]"}, "a=pending b=pending c=ok d=ok", false},
-        {"opposite skip takes the last merged reply", true, true,
-         {"play a", "previous b", "previous c", "next d"},
+        {"an opposite skip takes the last merged", true, true, {"play a", "previous b", "previous c", "next d"},
          {"play(a)"}, {"play[a]", "previous[b]"}, "a=pending b=pending c=ok d=ok", false},
-        {"single opposite skips remove each other", true, true,
-         {"play a", "next b", "previous c", "play d"},
+        {"single opposite skips remove each other", true, true, {"play a", "next b", "previous c", "play d"},
          {"play(a)"}, {"play[a]", "play[d]"}, "a=pending b=ok c=ok d=pending", false},
-        {"skips stay apart without merging", false, true,
-         {"play a", "next b", "next c", "previous d"},
+        {"skips stay apart without merging", false, true, {"play a", "next b", "next c", "previous d"},
          {"play(a)"}, {"play[a]", "next[b]", "next[c]", "previous[d]"},
          "a=pending b=pending c=pending d=pending", false},
         {"a merged skip runs once per reply, with the first value", true, true,
          {"play a", "next b", "next c", "finish", "finish", "finish"},
-         {"play(a)", "next(b)", "next(b)", "empty"}, {}, "a=ok b=ok c=ok", false},
+         {"play(a)", "next(b)", "next(b)", "empty"}, {},
+         "a=ok b=ok c=ok", false},
         {"stop cancels the first dropped control only", true, true,
-         {"play a", "next b", "mode 1 m", "play c", "stop s"},
-         {"play(a)"}, {"play[a]", "stop[s]"}, "a=pending b=cancelled m=pending c=pending s=pending", true},
-        {"stop cancels every reply of a merged skip", true, true,
-         {"play a", "next b", "next c", "stop s"},
+         {"play a", "next b", "mode 1 m", "play c", "stop s"}, {"play(a)"}, {"play[a]", "stop[s]"},
+         "a=pending b=cancelled m=pending c=pending s=pending", true},
+        {"stop cancels every reply of a merged skip", true, true, {"play a", "next b", "next c", "stop s"},
          {"play(a)"}, {"play[a]", "stop[s]"}, "a=pending b=cancelled c=cancelled s=pending", true},
-        {"stop cancels one unmerged skip", false, true,
-         {"play a", "next b", "next c", "stop s"},
+        {"stop cancels one unmerged skip", false, true, {"play a", "next b", "next c", "stop s"},
          {"play(a)"}, {"play[a]", "stop[s]"}, "a=pending b=cancelled c=pending s=pending", true},
-        {"play-mode changes collapse", true, true,
-         {"play a", "mode 1 m", "mode 2 n"},
+        {"play-mode changes collapse", true, true, {"play a", "mode 1 m", "mode 2 n"},
          {"play(a)"}, {"play[a]", "playMode2[n]"}, "a=pending m=pending n=pending", false},
-        {"play-mode changes without collapsing", true, false,
-         {"play a", "mode 1 m", "mode 2 n"},
+        {"play-mode changes without collapsing", true, false, {"play a", "mode 1 m", "mode 2 n"},
          {"play(a)"}, {"play[a]", "playMode1[m]", "playMode2[n]"}, "a=pending m=pending n=pending", false},
         {"play and prepareNext always append", true, true,
          {"play a", "next b", "prepareNext", "play c", "finish", "finish", "finish"},
          {"play(a)", "next(b)", "prepareNext()", "play(c)"}, {"play[c]"}, "a=ok b=ok c=pending", false},
-        {"a play-mode control starts with playModeChanged", true, true,
-         {"play a", "mode 3 m", "finish"},
+        {"a play-mode control starts with playModeChanged", true, true, {"play a", "mode 3 m", "finish"},
          {"play(a)", "mode3"}, {"playMode3[m]"}, "a=ok m=pending", false},
-        {"a new queue is stopped", true, true,
-         {"next a", "previous b", "mode 1 c", "prepareNext"},
+        {"a new queue is stopped", true, true, {"next a", "previous b", "mode 1 c", "prepareNext"},
          {}, {}, "a=" + kStopped + " b=" + kStopped + " c=" + kStopped, true},
         {"stop refuses later skips, play clears it", true, true,
-         {"play a", "stop s", "next b", "play c", "next d"},
-         {"play(a)"}, {"play[a]", "stop[s]", "play[c]", "next[d]"},
+         {"play a", "stop s", "next b", "play c", "next d"}, {"play(a)"},
+         {"play[a]", "stop[s]", "play[c]", "next[d]"},
          "a=pending s=pending b=" + kStopped + " c=pending d=pending", false},
-    };
-    // clang-format on
-    for (const Case& c : cases)
-        check(c);
-}
-
-TEST(ControlQueue, FailedPlayDropsTheCommandsUpToTheNextPlay) {
-    // clang-format off
-    const std::vector<Case> cases = {
-        {"next fails, the queued play starts", true, true,
-         {"play a", "next b", "play c", "fail"},
+        {"clear cancels the active and every waiting reply", false, false,
+         {"play a", "next b", "next c", "mode 1 m", "prepareNext", "clear"}, {"play(a)", "empty"}, {},
+         "a=cancelled b=cancelled c=cancelled m=cancelled", true},
+        // A failed play drops the commands behind it, up to the next play.
+        {"failed play: the queued play starts", true, true, {"play a", "next b", "play c", "fail"},
          {"play(a)", "play(c)"}, {"play[c]"}, "a=boom b=" + kFailed + " c=pending", false},
-        {"a dropped play mode is announced before the next play", true, true,
+        {"failed play: a dropped play mode is announced before the next play", true, true,
          {"play a", "mode 2 m", "next b", "play c", "fail"},
          {"play(a)", "mode2", "play(c)"}, {"play[c]"}, "a=boom m=pending b=" + kFailed + " c=pending", false},
-        {"a queued stop fails too", true, true,
-         {"play a", "next b", "stop s", "play c", "fail"},
+        {"failed play: a queued stop fails too", true, true, {"play a", "next b", "stop s", "play c", "fail"},
          {"play(a)", "play(c)"}, {"play[c]"}, "a=boom b=cancelled s=" + kFailed + " c=pending", false},
-        {"nothing left: stopped and empty, no play mode", true, true,
-         {"play a", "mode 2 m", "next b", "fail"},
-         {"play(a)", "empty"}, {}, "a=boom m=pending b=" + kFailed, true},
-        {"each reply of a merged skip fails", true, true,
-         {"play a", "next b", "next c", "fail"},
+        {"failed play, nothing left: stopped and empty, no play mode", true, true,
+         {"play a", "mode 2 m", "next b", "fail"}, {"play(a)", "empty"}, {},
+         "a=boom m=pending b=" + kFailed, true},
+        {"failed play: each reply of a merged skip fails", true, true, {"play a", "next b", "next c", "fail"},
          {"play(a)", "empty"}, {}, "a=boom b=" + kFailed + " c=" + kFailed, true},
-        {"a failed skip drops nothing", false, true,
-         {"play a", "next b", "next c", "finish", "fail"},
+        {"a failed skip drops nothing", false, true, {"play a", "next b", "next c", "finish", "fail"},
          {"play(a)", "next(b)", "next(c)"}, {"next[c]"}, "a=ok b=boom c=pending", false},
     };
     // clang-format on
-    for (const Case& c : cases)
-        check(c);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Harness h(c.skipMerging, c.playModeCollapsing);
+        h.run(c.steps);
+        EXPECT_EQ(h.started, c.started);
+        EXPECT_EQ(h.replyStates(), c.replies);
+        EXPECT_EQ(h.queue.stopped(), c.stopped);
+        EXPECT_EQ(h.queue.activeControl() == Command::none, c.queued.isEmpty());
+        EXPECT_EQ(h.drain(), c.queued);
+    }
 }
 
-TEST(ControlQueue, ClearCancelsTheActiveAndEveryWaitingReplyAndStops) {
-    Harness h(false, false);
-    h.run({"play a", "next b", "next c", "mode 1 m", "prepareNext", "clear"});
-    EXPECT_EQ(h.replyStates(), "a=cancelled b=cancelled c=cancelled m=cancelled");
-    EXPECT_EQ(h.started, QStringList({"play(a)", "empty"}));
-    EXPECT_EQ(h.queue.activeControl(), Command::none);
-    EXPECT_TRUE(h.queue.stopped());
-    EXPECT_TRUE(h.drain().isEmpty());
+TEST(ControlQueue, RefusalsArePlainErrorsAndDestructionCancels) {
+    Harness h(true, true);
+    h.run({"next a"});
+    EXPECT_EQ(h.replies[0].second.error().name(), CMError::DefaultName());
+    EXPECT_EQ(h.replies[0].second.error().title(), CMError::DefaultTitle().toString());
 
-    // The destructor clears too.
     auto queue = std::make_unique<ControlQueue>(true, true);
     const CMReply<QVariant> active, waiting;
     queue->play(QVariant(), active);
@@ -237,14 +192,6 @@ TEST(ControlQueue, ClearCancelsTheActiveAndEveryWaitingReplyAndStops) {
     queue.reset();
     EXPECT_EQ(active.error().name(), CMVoidReply::ErrorCancel());
     EXPECT_EQ(waiting.error().name(), CMVoidReply::ErrorCancel());
-}
-
-TEST(ControlQueue, RefusalWhileStoppedIsAPlainError) {
-    Harness h(true, true);
-    h.run({"next a"});
-    const CMError error = h.replies[0].second.error();
-    EXPECT_EQ(error.name(), CMError::DefaultName());
-    EXPECT_EQ(error.title(), CMError::DefaultTitle().toString());
 }
 
 TEST(ControlQueue, CommandTypeTravelsThroughQueuedConnections) {
