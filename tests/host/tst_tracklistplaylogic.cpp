@@ -271,9 +271,10 @@ TEST_F(TrackListPlayLogicTest, PlayModeDecidesWhatFollowsEvenOnceQueued) {
 // hold up a stop.
 TEST_F(TrackListPlayLogicTest, RefusedPlaysPublishNothingAndStopDoesNotWaitForAPrePlay) {
     const CMReply<QVariant> outside = client->playContainer(ZuvoRoles(), ZuvoRoles(), 3, 0);
+    ASSERT_TRUE(waitUntil([&] { return outside.isFinished(); }));
     logic->setTracks({});
     const CMReply<QVariant> empty = client->play(item("elsewhere"));
-    ASSERT_TRUE(waitUntil([&] { return outside.isFinished() && empty.isFinished(); }));
+    ASSERT_TRUE(waitUntil([&] { return empty.isFinished(); }));
     EXPECT_TRUE(outside.hasError());
     EXPECT_TRUE(empty.hasError());
     EXPECT_TRUE(states.isEmpty());

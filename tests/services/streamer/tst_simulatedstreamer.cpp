@@ -96,6 +96,7 @@ TEST(SimulatedMediaTest, UriAndResourceChooseDurationFailureAndCrash) {
     mediaData.setActiveResource(ZuvoResource());
     roles.setMediaData(mediaData);
     EXPECT_EQ(SimulatedMedia::fromRoles(roles, D).uri, QStringLiteral("http://h/first.mp3"));
+    EXPECT_TRUE(SimulatedMedia::fromRoles(ZuvoRoles(), D).uri.isEmpty());
 }
 
 TEST(SimulatedPlaybackTest, OneStepPerTickPauseAndSeek) {

@@ -125,17 +125,22 @@ TEST_F(GstStreamerPlayLogicTest, FailingSuccessorLetsTheTrackPlayOut) {
 // and then.
 TEST_F(GstStreamerPlayLogicTest, PlayAfterAFailedSuccessorStartsClean) {
     write(QStringLiteral("a.wav"), gsttest::wavFile(gsttest::tone(3 * 44100, 5)));
-    write(QStringLiteral("c.wav"), gsttest::wavFile(gsttest::tone(22050, 6)));
+    const QVector<qint16> last = gsttest::tone(22050, 6);
+    write(QStringLiteral("c.wav"), gsttest::wavFile(last));
     write(QStringLiteral("noise.bin"), QByteArray(4096, '\x5a'));
-    const QString failing[] = {path(QStringLiteral("noise.bin")), path(QStringLiteral("missing.wav")),
-                               QStringLiteral("http://127.0.0.1:%1/a.wav").arg(HttpTestServer::unusedPort())};
-    for (const QString& successor : failing) {
+    const std::pair<QString, int> failing[] = {
+        {path(QStringLiteral("noise.bin")), -22},
+        {path(QStringLiteral("missing.wav")), -19},
+        {QStringLiteral("http://127.0.0.1:%1/a.wav").arg(HttpTestServer::unusedPort()), -16}};
+    for (const auto& [successor, code] : failing) {
         SCOPED_TRACE(successor.toStdString());
-        Player p(QStringLiteral("null"));
+        Player p(QStringLiteral("wav:") + path(QStringLiteral("out.wav")));
         p.play({path(QStringLiteral("a.wav")), successor, path(QStringLiteral("c.wav"))});
         ASSERT_TRUE(p.waitForEnd());
+        EXPECT_EQ(p.failureOf(2), code);
         EXPECT_EQ(p.streamer.data().playbackId(), 3);
         EXPECT_EQ(p.streamer.data().error().code(), -13) << p.streamer.data().error().message().toStdString();
+        EXPECT_TRUE(gsttest::wavSamples(read(QStringLiteral("out.wav"))) == last);
     }
 }
 
