@@ -1,14 +1,11 @@
 // Soak: the host's track-list play logic on the simulated streamer, cycle
-// after cycle of play -> near end -> next -> stop, driven through
-// PlayLogicInterface like a remote control would. Every reply a client got
-// must complete, and the resident memory may not grow past warm-up by more
-// than 1 MiB (checked without sanitizers or valgrind, whose own bookkeeping
-// grows; LeakSanitizer checks leaks in its build).
-//
-// ZUVO_SOAK_CYCLES sets the number of cycles (default 150, enough for
-// ctest; a full soak runs 10000 by hand), ZUVO_SOAK_SPEED the simulated
-// streamer's speed (default 10: a 5000 ms track is near its end as soon as
-// it plays and ends 500 ms later, unless "next" comes first).
+// after cycle of play -> near end -> next -> stop through PlayLogicInterface.
+// Every client reply must complete, and the resident memory may not grow past
+// warm-up by more than 1 MiB (without sanitizers or valgrind, whose own
+// bookkeeping grows; LeakSanitizer checks leaks in its build).
+// ZUVO_SOAK_CYCLES: cycles (default 150; a full soak runs 10000 by hand).
+// ZUVO_SOAK_SPEED: the simulated streamer's speed (default 10: a 5000 ms
+// track is near its end at once and ends 500 ms later unless "next" comes).
 
 #include <QFile>
 #include <QTimer>

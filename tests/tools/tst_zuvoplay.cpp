@@ -1,5 +1,4 @@
 #include <QFile>
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -44,8 +43,7 @@ QString commandUri(const QJsonObject& e) {
 }
 
 // One zuvo-play process and the JSON events it has written so far.
-class PlayProcess {
-public:
+struct PlayProcess {
     // json: stdout is read as JSON lines (else it is not read).
     explicit PlayProcess(const QStringList& args, bool json = true)
         : m_json(json) {
@@ -90,7 +88,6 @@ public:
         return result;
     }
 
-private:
     void read() {
         m_buffer += m_process.readAllStandardOutput();
         for (int end; (end = m_buffer.indexOf('\n')) >= 0; m_buffer.remove(0, end + 1)) {
