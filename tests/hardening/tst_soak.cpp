@@ -1,21 +1,17 @@
 // Soak: the host's track-list play logic on the simulated streamer, cycle
-// after cycle of play -> near end -> next -> stop, driven through
-// PlayLogicInterface like a remote control would. Every reply a client got
-// must complete, nothing may assert, and the resident memory may not grow
-// past warm-up by more than 1 MiB (checked without sanitizers or valgrind,
-// whose own bookkeeping grows; LeakSanitizer checks leaks in its build).
-//
-// ZUVO_SOAK_CYCLES sets the number of cycles (default 150, enough for
-// ctest; a full soak runs 10000 by hand), ZUVO_SOAK_SPEED the simulated
-// streamer's speed (default 10: a 5000 ms track is near its end as soon as
-// it plays and ends 500 ms later, unless "next" comes first).
+// after cycle of play -> near end -> next -> stop through PlayLogicInterface.
+// Every client reply must complete, and the resident memory may not grow past
+// warm-up by more than 1 MiB (without sanitizers or valgrind, whose own
+// bookkeeping grows; LeakSanitizer checks leaks in its build).
+// ZUVO_SOAK_CYCLES: cycles (default 150; a full soak runs 10000 by hand).
+// ZUVO_SOAK_SPEED: the simulated streamer's speed (default 10: a 5000 ms
+// track is near its end at once and ends 500 ms later unless "next" comes).
 
 #include <QFile>
 #include <QTimer>
 #include <gtest/gtest.h>
 #include <iostream>
 #include <unistd.h>
-#include <vector>
 
 #include "model/cmnodes.h"
 #include "playlogicinterface.h"
@@ -27,9 +23,6 @@ using zuvotest::waitUntil;
 
 namespace {
 
-constexpr int WaitMs = 30000;
-constexpr qint64 MaxGrowthBytes = 1024 * 1024;
-
 int envInt(const char* name, int fallback) {
     bool ok = false;
     const int value = qEnvironmentVariableIntValue(name, &ok);
@@ -39,14 +32,12 @@ int envInt(const char* name, int fallback) {
 // Resident set size of this process, from /proc (0 where unavailable).
 qint64 residentBytes() {
     QFile statm(QStringLiteral("/proc/self/statm"));
-    if (!statm.open(QIODevice::ReadOnly))
-        return 0;
-    const QList<QByteArray> fields = statm.readAll().split(' ');
-    return fields.value(1).toLongLong() * sysconf(_SC_PAGESIZE);
+    return statm.open(QIODevice::ReadOnly)
+               ? statm.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE)
+               : 0;
 }
 
-// Whether memory figures are our own: sanitizer runtimes keep freed memory
-// in quarantine and valgrind grows its own tables as the run goes on.
+// Sanitizer runtimes keep freed memory in quarantine; valgrind grows its own tables.
 bool memoryFiguresMeaningful() {
 #if defined(__SANITIZE_ADDRESS__)
     return false;
@@ -72,6 +63,7 @@ ZuvoRoles track(const QString& title) {
 TEST(Soak, PlayNearEndNextStopCycles) {
     const int cycles = envInt("ZUVO_SOAK_CYCLES", 150);
     const int warmUp = qMax(20, cycles / 10);
+    constexpr int WaitMs = 30000;
     CMRootScope scope;
     SimulatedStreamer streamer(scope.nodes());
     streamer.setSpeed(envInt("ZUVO_SOAK_SPEED", 10));
@@ -80,41 +72,29 @@ TEST(Soak, PlayNearEndNextStopCycles) {
     TrackListPlayLogic logic(scope.nodes(), basePath);
     logic.setTracks({track(QStringLiteral("first")), track(QStringLiteral("second"))});
     // No client pings here; a slow run must not meet the watchdog's stop.
-    auto* watchdog = logic.findChild<QTimer*>(QStringLiteral("pingTimeoutTimer"));
-    ASSERT_NE(watchdog, nullptr);
-    watchdog->setInterval(3600 * 1000);
+    logic.findChild<QTimer*>(QStringLiteral("pingTimeoutTimer"))->setInterval(3600 * 1000);
 
-    const auto playing = [&](const char* title) {
+    const auto reached = [&](ZuvoPlayLogicState::Enum state, const char* title) {
         return waitUntil(
             [&] {
                 const ZuvoPlayLogicData data = client->data();
-                return data.state() == ZuvoPlayLogicState::playing &&
-                       data.trackRoles().title() == QLatin1String(title);
+                return data.state() == state && (!title || data.trackRoles().title() == QLatin1String(title));
             },
             WaitMs);
     };
-    std::vector<CMReply<QVariant>> replies;
     qint64 residentAfterWarmUp = 0;
     for (int cycle = 0; cycle < cycles; ++cycle) {
         SCOPED_TRACE(cycle);
-        replies.push_back(client->play(ZuvoRoles()));
-        ASSERT_TRUE(playing("first"));
+        const CMReply<QVariant> play = client->play(ZuvoRoles());
+        ASSERT_TRUE(reached(ZuvoPlayLogicState::playing, "first"));
         ASSERT_TRUE(waitUntil([&] { return streamer.data().trackNearEnd(); }, WaitMs));
-        replies.push_back(client->next());
-        ASSERT_TRUE(playing("second"));
-        replies.push_back(client->stop(ZuvoPlayLogicStopReason::user));
-        ASSERT_TRUE(waitUntil([&] { return client->data().state() == ZuvoPlayLogicState::stopped; }, WaitMs));
-        ASSERT_TRUE(waitUntil(
-            [&] {
-                for (const CMReply<QVariant>& reply : replies) {
-                    if (!reply.isFinished())
-                        return false;
-                }
-                return true;
-            },
-            WaitMs))
+        const CMReply<QVariant> next = client->next();
+        ASSERT_TRUE(reached(ZuvoPlayLogicState::playing, "second"));
+        const CMReply<QVariant> stop = client->stop(ZuvoPlayLogicStopReason::user);
+        ASSERT_TRUE(reached(ZuvoPlayLogicState::stopped, nullptr));
+        ASSERT_TRUE(
+            waitUntil([&] { return play.isFinished() && next.isFinished() && stop.isFinished(); }, WaitMs))
             << "a client reply never completed";
-        replies.clear();
         if (cycle + 1 == warmUp) {
             zuvotest::drainEvents();
             residentAfterWarmUp = residentBytes();
@@ -125,7 +105,7 @@ TEST(Soak, PlayNearEndNextStopCycles) {
     std::cout << "[ soak ] " << cycles << " cycles, resident after warm-up " << residentAfterWarmUp / 1024
               << " KiB, growth " << growth / 1024 << " KiB" << std::endl;
     if (memoryFiguresMeaningful() && residentAfterWarmUp > 0) {
-        EXPECT_LE(growth, MaxGrowthBytes);
+        EXPECT_LE(growth, 1024 * 1024);
     }
 }
 

@@ -16,6 +16,7 @@
 
 using Command = TestStreamerService::Command;
 using Mode = ZuvoPlayerPlayMode;
+using State = ZuvoPlayLogicState;
 using zuvotest::waitUntil;
 
 namespace {
@@ -35,35 +36,28 @@ ZuvoRoles item(const QString& title, const QStringList& uris = {}) {
     return roles;
 }
 
-TEST(TrackList, OrderInEachPlayMode) {
+TEST(TrackList, OrderEdgesAndAlternatesOfOneLiveItem) {
+    // The orders the play logic tests below do not walk.
     const TrackList list({item("a"), item("b"), item("c")});
-    struct Case {
-        ZuvoPlayerPlayMode::Enum mode;
-        int index;
-        int next;
-        int following;
-        int previous;
-    };
-    const Case cases[] = {
-        {Mode::normal, 0, 1, 1, 0},     {Mode::normal, 1, 2, 2, 0},     {Mode::normal, 2, -1, -1, 1},
-        {Mode::repeatAll, 2, 0, 0, 1},  {Mode::repeatAll, 0, 1, 1, 2},  {Mode::repeatOne, 1, 2, 1, 0},
-        {Mode::repeatOne, 2, -1, 2, 1}, {Mode::normal, -1, -1, -1, -1}, {Mode::repeatAll, 3, -1, -1, -1},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << "mode " << int(c.mode) << " index " << c.index);
-        EXPECT_EQ(list.next(c.index, c.mode), c.next);
-        EXPECT_EQ(list.following(c.index, c.mode), c.following);
-        EXPECT_EQ(list.previous(c.index, c.mode), c.previous);
+    EXPECT_EQ(list.previous(0, Mode::repeatAll), 2);
+    EXPECT_EQ(list.next(2, Mode::repeatAll), 0);
+    EXPECT_EQ(list.next(1, Mode::repeatOne), 2);
+    EXPECT_EQ(list.next(2, Mode::repeatOne), -1);
+    EXPECT_EQ(list.following(2, Mode::normal), -1);
+    for (const int outside : {-1, 3}) {
+        EXPECT_EQ(list.next(outside, Mode::repeatAll), -1);
+        EXPECT_EQ(list.following(outside, Mode::repeatOne), -1);
+        EXPECT_EQ(list.previous(outside, Mode::repeatAll), -1);
     }
     EXPECT_EQ(TrackList().next(0, Mode::repeatAll), -1);
     // The first resource becomes the active one, so fall-back can find it.
     EXPECT_EQ(list.at(0).mediaData().activeResource().uri(), QStringLiteral("sim://a"));
-}
 
-TEST(TrackList, ConsecutiveRowsWithOneTitleAreAlternatesOfOneLiveItem) {
-    const QList<ZuvoRoles> rows = {item("Radio", {"sim://r1"}), item("Radio", {"sim://r2"}), item("Song"),
-                                   item("", {"sim://x"}),       item("", {"sim://y"}),       item("Radio")};
-    const QList<ZuvoRoles> items = TrackList::groupAlternates(rows);
+    // Consecutive rows with one title are the alternates of one live item;
+    // untitled rows never group; a title met again later is a new item.
+    const QList<ZuvoRoles> items =
+        TrackList::groupAlternates({item("Radio", {"sim://r1"}), item("Radio", {"sim://r2"}), item("Song"),
+                                    item("", {"sim://x"}), item("", {"sim://y"}), item("Radio")});
     ASSERT_EQ(items.size(), 5);
     const ZuvoMediaData radio = items.at(0).mediaData();
     ASSERT_EQ(radio.resources().size(), 2);
@@ -71,16 +65,14 @@ TEST(TrackList, ConsecutiveRowsWithOneTitleAreAlternatesOfOneLiveItem) {
     EXPECT_EQ(radio.activeResource().uri(), QStringLiteral("sim://r1"));
     EXPECT_TRUE(radio.metaData().live());
     EXPECT_FALSE(items.at(1).mediaData().metaData().live());
-    // Untitled rows never group; a title met again later is a new item.
     EXPECT_EQ(items.at(2).mediaData().resources().size(), 1);
     EXPECT_EQ(items.at(4).title(), QStringLiteral("Radio"));
     EXPECT_EQ(items.at(4).mediaData().resources().size(), 1);
 }
 
-// An activation node that records requests and never answers them: a
-// pre-play service that has gone silent.
-class SilentNode : public QObject {
-public:
+// A pre-play service that has gone silent: it records requests and never
+// answers them.
+struct SilentNode : QObject {
     SilentNode(CMNodes* nodes, const CMPath& path) {
         CMActivateNode* node = CMActivateNode::create(nodes, path);
         node->setParent(this);
@@ -110,7 +102,7 @@ protected:
     // The streamer reports playback id playing the roles it was sent last
     // with command.
     void streamerPlays(int playbackId, Command command, bool nearEnd = false) {
-        ZuvoStreamerData data = TestStreamerService::makeData(playbackId, ZuvoPlayLogicState::playing);
+        ZuvoStreamerData data = TestStreamerService::makeData(playbackId, State::playing);
         data.setTrackRoles(ZuvoStreamerPlayArgs(streamer.last(command).args()).roles());
         data.setTrackNearEnd(nearEnd);
         streamer.publishData(data);
@@ -119,7 +111,7 @@ protected:
     void streamerStops(int playbackId, int code, const QString& message = QString()) {
         ZuvoStreamerData data = streamer.data();
         data.setPlaybackId(playbackId);
-        data.setState(ZuvoPlayLogicState::stopped);
+        data.setState(State::stopped);
         data.setTrackNearEnd(false);
         data.setError(TestStreamerService::makeError(code, QStringLiteral("StreamerError"), message));
         streamer.publishData(data);
@@ -130,13 +122,16 @@ protected:
         ASSERT_TRUE(streamer.waitForCount(Command::play, 1));
         streamerPlays(1, Command::play);
     }
+    bool waitForState(State::Enum state) {
+        return waitUntil([&] { return published().state() == state; });
+    }
 
     CMRootScope scope;
     TestStreamerService streamer{scope.nodes()};
     const CMPath basePath{"/test/trackList"};
     PlayLogicInterface* client = PlayLogicInterface::instance(basePath);
     QObject context;
-    QList<ZuvoPlayLogicState::Enum> states;
+    QList<State::Enum> states;
     std::unique_ptr<TrackListPlayLogic> logic;
 };
 
@@ -144,63 +139,59 @@ TEST_F(TrackListPlayLogicTest, WholeListPlaysGaplesslyAndEndsAfterTheLastItem) {
     startAt(0);
     EXPECT_EQ(sent(Command::play, 1), QStringLiteral("one"));
     EXPECT_TRUE(published().controls().next_());
-
-    streamerPlays(1, Command::play, true);
-    EXPECT_EQ(sent(Command::setNextMedia, 1), QStringLiteral("two"));
-    streamerPlays(2, Command::setNextMedia);
-    EXPECT_EQ(logic->currentIndex(), 1);
-    EXPECT_EQ(published().trackRoles().title(), QStringLiteral("two"));
-
-    streamerPlays(2, Command::setNextMedia, true);
-    EXPECT_EQ(sent(Command::setNextMedia, 2), QStringLiteral("three"));
-    streamerPlays(3, Command::setNextMedia);
-    EXPECT_EQ(logic->currentIndex(), 2);
+    for (int id = 1; id <= 2; ++id) {
+        streamerPlays(id, id == 1 ? Command::play : Command::setNextMedia, true);
+        EXPECT_EQ(sent(Command::setNextMedia, id), id == 1 ? QStringLiteral("two") : QStringLiteral("three"));
+        streamerPlays(id + 1, Command::setNextMedia);
+        EXPECT_EQ(logic->currentIndex(), id);
+        EXPECT_EQ(published().trackRoles().title(), sent(Command::setNextMedia, id));
+    }
     EXPECT_FALSE(published().controls().next_());
 
     streamerPlays(3, Command::setNextMedia, true);
     ASSERT_TRUE(streamer.waitForCount(Command::clearNextMedia, 1));
-    EXPECT_EQ(published().state(), ZuvoPlayLogicState::playing);
+    EXPECT_EQ(published().state(), State::playing);
     streamerStops(3, -13);
-    ASSERT_TRUE(waitUntil([&] { return published().state() == ZuvoPlayLogicState::stopped; }));
-
+    ASSERT_TRUE(waitForState(State::stopped));
     EXPECT_EQ(streamer.count(Command::play), 1);
     EXPECT_EQ(streamer.count(Command::setNextMedia), 2);
     EXPECT_TRUE(published().error().isEmpty());
-    // Never stopped between the items.
-    EXPECT_EQ(states.indexOf(ZuvoPlayLogicState::stopped), states.size() - 1);
+    EXPECT_EQ(states.indexOf(State::stopped), states.size() - 1) << "never stopped between the items";
 }
 
-TEST_F(TrackListPlayLogicTest, ItemEndingBeforeItsNearEndIsFollowedByAPlay) {
+// Each way an item ends without a successor leads to a play of the next:
+// a failure (shown, the playback goes on), an end with the next media
+// refused; the last item's failure ends the playback with its error.
+TEST_F(TrackListPlayLogicTest, ItemEndingWithNothingQueuedIsFollowedByAPlay) {
     startAt(0);
-    streamerStops(1, -13);
+    streamerStops(1, -16, QStringLiteral("open failed"));
     EXPECT_EQ(sent(Command::play, 2), QStringLiteral("two"));
+    EXPECT_EQ(published().error(), QStringLiteral("Could not open stream!"));
     streamerPlays(2, Command::play);
-    EXPECT_EQ(logic->currentIndex(), 1);
-    EXPECT_EQ(published().state(), ZuvoPlayLogicState::playing);
-    EXPECT_EQ(streamer.count(Command::setNextMedia), 0);
-}
 
-TEST_F(TrackListPlayLogicTest, NextMediaTheStreamerRefusedStartsWithAPlayAtTheEnd) {
-    startAt(0);
     streamer.failNext(Command::setNextMedia, CMError(QStringLiteral("NotPlaying"), TrString("too late")));
-    streamerPlays(1, Command::play, true);
-    EXPECT_EQ(sent(Command::setNextMedia, 1), QStringLiteral("two"));
-    streamerStops(1, -13);
-    EXPECT_EQ(sent(Command::play, 2), QStringLiteral("two"));
-    streamerPlays(2, Command::play);
-    EXPECT_EQ(logic->currentIndex(), 1);
-    EXPECT_FALSE(states.contains(ZuvoPlayLogicState::stopped));
+    streamerPlays(2, Command::play, true);
+    EXPECT_EQ(sent(Command::setNextMedia, 1), QStringLiteral("three"));
+    streamerStops(2, -13);
+    EXPECT_EQ(sent(Command::play, 3), QStringLiteral("three"));
+    streamerPlays(3, Command::play);
+    EXPECT_EQ(logic->currentIndex(), 2);
+    EXPECT_FALSE(states.contains(State::stopped));
+
+    streamerStops(3, -19, QStringLiteral("not found"));
+    ASSERT_TRUE(waitForState(State::stopped));
+    EXPECT_EQ(published().error(), QStringLiteral("Could not find source!"));
+    EXPECT_EQ(streamer.count(Command::play), 3);
 }
 
 TEST_F(TrackListPlayLogicTest, SkipsAndSetCurrentTrackPlayTheChosenItems) {
     startAt(0);
-    struct Step {
+    const struct {
         const char* what;
         std::function<CMReply<QVariant>()> command;
         const char* expectedTitle; // nullptr: no play is sent
         bool expectError;
-    };
-    const Step steps[] = {
+    } steps[] = {
         {"next", [&] { return client->next(); }, "two", false},
         {"previous", [&] { return client->previous(); }, "one", false},
         {"previous on the first item restarts it", [&] { return client->previous(); }, "one", false},
@@ -209,7 +200,7 @@ TEST_F(TrackListPlayLogicTest, SkipsAndSetCurrentTrackPlayTheChosenItems) {
         {"next on the last item is off", [&] { return client->next(); }, nullptr, false},
     };
     int plays = 1;
-    for (const Step& step : steps) {
+    for (const auto& step : steps) {
         SCOPED_TRACE(step.what);
         const CMReply<QVariant> reply = step.command();
         ASSERT_TRUE(waitUntil([&] { return reply.isFinished(); }));
@@ -219,10 +210,8 @@ TEST_F(TrackListPlayLogicTest, SkipsAndSetCurrentTrackPlayTheChosenItems) {
             EXPECT_EQ(streamer.count(Command::play), plays);
             continue;
         }
-        ++plays;
-        EXPECT_EQ(sent(Command::play, plays), QLatin1String(step.expectedTitle));
-        // The reply carries the streamer's playback id of the new item.
-        EXPECT_EQ(reply.value().toInt(), plays);
+        EXPECT_EQ(sent(Command::play, ++plays), QLatin1String(step.expectedTitle));
+        EXPECT_EQ(reply.value().toInt(), plays) << "the streamer's playback id of the new item";
         streamerPlays(plays, Command::play);
         EXPECT_EQ(published().trackRoles().title(), QLatin1String(step.expectedTitle));
     }
@@ -277,36 +266,19 @@ TEST_F(TrackListPlayLogicTest, PlayModeDecidesWhatFollowsEvenOnceQueued) {
     EXPECT_TRUE(repeatOne.isFinished());
 }
 
-TEST_F(TrackListPlayLogicTest, FailedItemShowsItsErrorAndTheListGoesOn) {
-    startAt(1);
-    streamerStops(1, -16, QStringLiteral("open failed"));
-    EXPECT_EQ(sent(Command::play, 2), QStringLiteral("three"));
-    EXPECT_EQ(published().error(), QStringLiteral("Could not open stream!"));
-    EXPECT_NE(published().state(), ZuvoPlayLogicState::stopped);
-
-    // The last item fails too: nothing follows, the end keeps the error.
-    streamerPlays(2, Command::play);
-    streamerStops(2, -19, QStringLiteral("not found"));
-    ASSERT_TRUE(waitUntil([&] { return published().state() == ZuvoPlayLogicState::stopped; }));
-    EXPECT_EQ(published().error(), QStringLiteral("Could not find source!"));
-    EXPECT_EQ(streamer.count(Command::play), 2);
-}
-
-TEST_F(TrackListPlayLogicTest, RefusedPlaysPublishNothing) {
+// Plays refused at once (an index outside the list, an empty list) publish
+// nothing; a play waiting for a pre-play service that never answers does not
+// hold up a stop.
+TEST_F(TrackListPlayLogicTest, RefusedPlaysPublishNothingAndStopDoesNotWaitForAPrePlay) {
     const CMReply<QVariant> outside = client->playContainer(ZuvoRoles(), ZuvoRoles(), 3, 0);
     ASSERT_TRUE(waitUntil([&] { return outside.isFinished(); }));
-    EXPECT_TRUE(outside.hasError());
-
     logic->setTracks({});
     const CMReply<QVariant> empty = client->play(item("elsewhere"));
     ASSERT_TRUE(waitUntil([&] { return empty.isFinished(); }));
+    EXPECT_TRUE(outside.hasError());
     EXPECT_TRUE(empty.hasError());
-    EXPECT_EQ(streamer.count(Command::play), 0);
-    EXPECT_EQ(published().state(), ZuvoPlayLogicState::stopped);
     EXPECT_TRUE(states.isEmpty());
-}
 
-TEST_F(TrackListPlayLogicTest, StopDoesNotWaitForASilentPrePlayService) {
     SilentNode prePlay(scope.nodes(), CMPath("/service/prePlay"));
     ZuvoRoles guarded = item("guarded");
     ZuvoMediaData mediaData = guarded.mediaData();
@@ -315,15 +287,13 @@ TEST_F(TrackListPlayLogicTest, StopDoesNotWaitForASilentPrePlayService) {
     mediaData.setMetaData(metaData);
     guarded.setMediaData(mediaData);
     logic->setTracks({guarded});
-
     const CMReply<QVariant> play = client->play(ZuvoRoles());
     ASSERT_TRUE(waitUntil([&] { return prePlay.requests.size() == 1; }));
     EXPECT_FALSE(play.isFinished());
-
     const CMReply<QVariant> stop = client->stop(ZuvoPlayLogicStopReason::user);
     ASSERT_TRUE(waitUntil([&] { return stop.isFinished(); }));
     EXPECT_FALSE(stop.hasError());
-    ASSERT_TRUE(waitUntil([&] { return published().state() == ZuvoPlayLogicState::stopped; }));
+    ASSERT_TRUE(waitForState(State::stopped));
     EXPECT_TRUE(play.isFinished());
     EXPECT_EQ(streamer.count(Command::play), 0);
 }

@@ -1,7 +1,6 @@
 // A minimal host application built against the installed ZuvoPlay package:
-// it creates a model tree, the simulated streamer and a track-list play
-// logic on the player's path, and plays two short tracks to their end
-// through the client proxy.
+// the simulated streamer and a track-list play logic on the player's path
+// play two short tracks to their end through the client proxy.
 #include <QCoreApplication>
 #include <QTimer>
 #include <cstdio>
@@ -12,35 +11,27 @@
 #include "tracklistplaylogic.h"
 #include "zuvoplayversion.h"
 
-namespace {
-
-ZuvoRoles track(const QString& uri) {
-    ZuvoResource resource;
-    resource.setUri(uri);
-    ZuvoMediaData mediaData;
-    mediaData.setResources(ZuvoList<ZuvoResource>() << resource);
-    mediaData.setActiveResource(resource);
-    ZuvoRoles roles;
-    roles.setTitle(uri);
-    roles.setMediaData(mediaData);
-    return roles;
-}
-
-} // namespace
-
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     CMRootScope root;
     SimulatedStreamer streamer(root.nodes());
     streamer.setSpeed(1000);
     TrackListPlayLogic playLogic(root.nodes(), ZuvoPlayerPath());
-    playLogic.setTracks({track(QStringLiteral("sim://a.mp3?zuvo-duration=8000")),
-                         track(QStringLiteral("sim://b.mp3?zuvo-duration=8000"))});
+    QList<ZuvoRoles> tracks;
+    for (const char* uri : {"sim://a.mp3?zuvo-duration=8000", "sim://b.mp3?zuvo-duration=8000"}) {
+        ZuvoResource resource;
+        resource.setUri(QString::fromLatin1(uri));
+        ZuvoMediaData mediaData;
+        mediaData.setResources(ZuvoList<ZuvoResource>() << resource);
+        ZuvoRoles roles;
+        roles.setMediaData(mediaData);
+        tracks << roles;
+    }
+    playLogic.setTracks(tracks);
 
     int plays = 0;
     QObject::connect(&streamer, &SimulatedStreamer::commandReceived, &app, [&plays](const QString& command) {
-        if (command == QLatin1String("play") || command == QLatin1String("setNextMedia"))
-            ++plays;
+        plays += command == QLatin1String("play") || command == QLatin1String("setNextMedia");
     });
     PlayLogicInterface* client = PlayLogicInterface::playerInstance();
     bool started = false;

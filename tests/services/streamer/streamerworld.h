@@ -1,16 +1,13 @@
 #pragma once
 
 // A streamer service in a registry of its own, with what it published, for
-// the tests of this folder. Commands go through the model tree
-// (CMRoot()->invoke) on the streamer's default paths, like any client's.
+// the tests of this folder. Commands go through the model tree on the
+// streamer's default paths, like any client's.
 
-#include <QList>
-#include <QStringList>
 #include <functional>
 #include <memory>
 
 #include "model/cmnodes.h"
-#include "model/cmvalueitem.h"
 #include "simulatedstreamer.h"
 #include "support/eventloop.h"
 
@@ -38,24 +35,11 @@ inline QVariant playArgs(const QString& uri, bool startPaused = false, const QSt
     return args.__variant();
 }
 
-inline QVariant seekArgs(qint64 timeMs, qint64 bytes = -1) {
-    ZuvoStreamerSeekPosition position;
-    if (timeMs >= 0)
-        position.setTimeMs(timeMs);
-    if (bytes >= 0)
-        position.setBytes(bytes);
-    return position.__variant();
-}
-
 inline QVariant attributeArgs(int playbackId, const QVariant& attributes) {
     ZuvoStreamerSetAttributesArgs args;
     args.setPlaybackId(playbackId);
     args.setAttributes(attributes);
     return args.__variant();
-}
-
-inline bool isPlaying(const ZuvoStreamerData& data) {
-    return data.state() == ZuvoPlayLogicState::playing;
 }
 
 inline bool isStopped(const ZuvoStreamerData& data) {
@@ -69,36 +53,16 @@ inline QString answerOf(const CMReply<QVariant>& reply) {
         return QStringLiteral("unanswered");
     if (reply.hasError())
         return reply.error().name();
-    const QVariant value = reply.value();
-    return value.isValid() ? QStringLiteral("id:") + QString::number(value.toInt()) : QStringLiteral("ok");
+    return reply.value().isValid() ? QStringLiteral("id:%1").arg(reply.value().toInt())
+                                   : QStringLiteral("ok");
 }
 
-// Collects every value a value path reports, read by convert.
-template <typename T> class ValueLog {
-public:
-    ValueLog(const CMPath& path, std::function<T(const ZuvoValue&)> convert)
-        : m_item(nullptr, path) {
-        QObject::connect(&m_item, &CMValueItem::changed, &m_item,
-                         [this, convert](const ZuvoValue& value) { values.append(convert(value)); });
-    }
-    QList<T> values;
-
-private:
-    CMValueItem m_item;
-};
-
-// Service: StreamerService or one of its kinds; make builds it in the
-// world's registry (by default Service(nodes)).
-template <typename Service> struct BasicWorld {
-    using Make = std::function<std::unique_ptr<Service>(CMNodes*)>;
-
-    CMRootScope root;
-    std::unique_ptr<Service> service;
-    Service& streamer;
-    QList<ZuvoStreamerData> records;
-    QStringList commands;
-
-    explicit BasicWorld(const Make& make = [](CMNodes* nodes) { return std::make_unique<Service>(nodes); })
+// make builds the service in the world's registry (by default a simulated
+// streamer).
+struct World {
+    using Make = std::function<std::unique_ptr<StreamerService>(CMNodes*)>;
+    explicit World(const Make& make =
+                       [](CMNodes* nodes) { return std::make_unique<SimulatedStreamer>(nodes); })
         : service(make(root.nodes()))
         , streamer(*service) {
         QObject::connect(&streamer, &StreamerService::dataPublished, &streamer,
@@ -106,9 +70,7 @@ template <typename Service> struct BasicWorld {
         QObject::connect(&streamer, &StreamerService::commandReceived, &streamer,
                          [this](const QString& command) { commands.append(command); });
     }
-
-    static CMPath dataPath() { return ZuvoStreamerDefaultPrefixPath() + ZuvoStreamerDataPath(); }
-    static CMPath playTimePath() { return dataPath() + ZuvoPlayLogicPlayTimePath(); }
+    SimulatedStreamer& sim() { return static_cast<SimulatedStreamer&>(streamer); }
 
     CMReply<QVariant> send(const CMPath& command, const QVariant& payload = QVariant()) {
         CMReply<QVariant> reply;
@@ -116,25 +78,20 @@ template <typename Service> struct BasicWorld {
         return reply;
     }
     // Sends and waits for the answer.
-    CMReply<QVariant> call(const CMPath& command, const QVariant& payload = QVariant()) {
+    QString call(const CMPath& command, const QVariant& payload = QVariant()) {
         const CMReply<QVariant> reply = send(command, payload);
         zuvotest::waitUntil([&] { return reply.isFinished(); });
-        return reply;
+        return answerOf(reply);
     }
     bool waitFor(const std::function<bool(const ZuvoStreamerData&)>& cond, int timeoutMs = 5000) {
         return zuvotest::waitUntil([&] { return cond(streamer.data()); }, timeoutMs);
     }
-    // The record the data node holds, as a client reads it.
-    ZuvoStreamerData nodeRecord() const { return ZuvoStreamerData(CMRoot()->getValue(dataPath()).toHash()); }
+
+    CMRootScope root;
+    std::unique_ptr<StreamerService> service;
+    StreamerService& streamer;
+    QList<ZuvoStreamerData> records;
+    QStringList commands;
 };
-
-using World = BasicWorld<SimulatedStreamer>;
-
-inline qint64 toI64(const ZuvoValue& value) {
-    return value.i64_();
-}
-inline double toDouble(const ZuvoValue& value) {
-    return value.double_();
-}
 
 } // namespace simtest

@@ -10,19 +10,11 @@
 #include <dlfcn.h>
 #include <sys/syscall.h>
 
-namespace {
-
-constexpr long pidfdIdType = 3; // P_PIDFD
-
-using SyscallFunction = long (*)(long, ...);
-
 // Children (the tools a test starts, through the emulator again) must not
 // inherit the preload.
-__attribute__((constructor)) void dropPreload() {
+__attribute__((constructor)) static void dropPreload() {
     unsetenv("LD_PRELOAD");
 }
-
-} // namespace
 
 extern "C" long syscall(long number, ...) {
     va_list list;
@@ -31,10 +23,10 @@ extern "C" long syscall(long number, ...) {
     for (long& arg : args)
         arg = va_arg(list, long);
     va_end(list);
-    if (number == SYS_waitid && args[0] == pidfdIdType) {
+    if (number == SYS_waitid && args[0] == 3 /* P_PIDFD */) {
         errno = EINVAL;
         return -1;
     }
-    static const auto next = reinterpret_cast<SyscallFunction>(dlsym(RTLD_NEXT, "syscall"));
+    static const auto next = reinterpret_cast<long (*)(long, ...)>(dlsym(RTLD_NEXT, "syscall"));
     return next(number, args[0], args[1], args[2], args[3], args[4], args[5]);
 }

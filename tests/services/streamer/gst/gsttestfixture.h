@@ -2,9 +2,11 @@
 
 #include <QFile>
 #include <QTemporaryDir>
+#include <QtEndian>
 #include <gtest/gtest.h>
 
 #include "gstengine.h"
+#include "gsttestmedia.h"
 #include "support/httptestserver.h"
 
 namespace gsttest {
@@ -28,6 +30,13 @@ protected:
     QByteArray read(const QString& name) const {
         QFile file(path(name));
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+    // Seconds of 16-bit stereo audio in the WAV file name, at its own rate.
+    double seconds(const QString& name) const {
+        const QByteArray wav = read(name);
+        return wav.size() < 28
+                   ? 0.0
+                   : gsttest::wavSamples(wav).size() / 2.0 / qFromLittleEndian<quint32>(wav.constData() + 24);
     }
 
     QTemporaryDir dir;

@@ -4,7 +4,7 @@
 #include <QString>
 #include <QVector>
 
-// Audio made at test time for the GStreamer streamer's tests.
+// Audio made at test time for the GStreamer streamer's tests and benchmarks.
 namespace gsttest {
 
 constexpr int Rate = 44100;
@@ -18,8 +18,8 @@ QByteArray wavFile(const QVector<qint16>& samples);
 // The samples of a 16-bit PCM WAV file (empty when it is none).
 QVector<qint16> wavSamples(const QByteArray& file);
 
-// Runs a GStreamer pipeline description to its end (gst_parse_launch);
-// returns an empty string or what went wrong.
+// Runs a GStreamer pipeline description (gst_parse_launch) to its end, at
+// most 30 s; returns an empty string or what went wrong.
 QString runPipeline(const QString& description);
 // Encodes the WAV file wavPath with encoder (e.g. "flacenc", "vorbisenc !
 // oggmux") into outPath.

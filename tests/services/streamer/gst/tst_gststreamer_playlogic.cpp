@@ -2,24 +2,17 @@
 // over the model tree, with audio made here and served from files and a
 // loopback HTTP server.
 
-#include <QFile>
-#include <QTemporaryDir>
 #include <QTimer>
-#include <QtEndian>
 #include <gtest/gtest.h>
 
-#include "gstengine.h"
 #include "gststreamer.h"
 #include "gsttestfixture.h"
-#include "gsttestmedia.h"
 #include "playlistparsenode.h"
 #include "playlogicinterface.h"
 #include "services/streamer/streamerworld.h"
-#include "support/httptestserver.h"
 #include "support/logcapture.h"
 #include "tracklistplaylogic.h"
 
-using zuvotest::HttpTestRoute;
 using zuvotest::HttpTestServer;
 using zuvotest::waitUntil;
 using State = ZuvoPlayLogicState;
@@ -27,18 +20,19 @@ using State = ZuvoPlayLogicState;
 namespace {
 
 // A GstStreamer, a TrackListPlayLogic on it with the playlist parse node a
-// host registers, and everything the play logic published.
+// host registers, and everything the play logic and the streamer published.
 struct Player {
     explicit Player(const QString& sink)
         : streamer(root.nodes(), sink)
         , logic(root.nodes(), base) {
         // No client pings here: the watchdog must not stop a slow run.
         logic.findChild<QTimer*>(QStringLiteral("pingTimeoutTimer"))->setInterval(3600 * 1000);
-        auto* parser =
-            new PlayListParseNode(ZuvoPlayerContentPlayLogicPlaylistPath()); // the registry owns it
-        parser->setNodes(root.nodes());
+        (new PlayListParseNode(ZuvoPlayerContentPlayLogicPlaylistPath()))
+            ->setNodes(root.nodes()); // the registry owns it
         QObject::connect(&logic, &PlayLogicBase::playbackDataChanged, &logic,
                          [this](const ZuvoPlayLogicData& data) { published.append(data); });
+        QObject::connect(&streamer, &StreamerService::dataPublished, &logic,
+                         [this](const ZuvoStreamerData& data) { records.append(data); });
     }
     void play(const QStringList& uris) {
         QList<ZuvoRoles> items;
@@ -55,9 +49,16 @@ struct Player {
         return -1;
     }
     // Waits until the playback has run and ended.
-    bool waitForEnd(int timeoutMs) const {
+    bool waitForEnd(int timeoutMs = 30000) const {
         return waitUntil([this] { return firstActive() >= 0 && client->data().state() == State::stopped; },
                          timeoutMs);
+    }
+    // The error code of the streamer's stopped record of playbackId (0: none).
+    int failureOf(int playbackId) const {
+        for (const ZuvoStreamerData& record : records)
+            if (record.playbackId() == playbackId && record.state() == State::stopped)
+                return record.error().code();
+        return 0;
     }
 
     CMRootScope root;
@@ -65,6 +66,7 @@ struct Player {
     PlayLogicInterface* const client = PlayLogicInterface::instance(base);
     GstStreamer streamer;
     QList<ZuvoPlayLogicData> published; // outlives the play logic, which publishes as it goes
+    QList<ZuvoStreamerData> records;
     TrackListPlayLogic logic;
 };
 
@@ -85,7 +87,7 @@ TEST_F(GstStreamerPlayLogicTest, ListPlaysGaplesslyToTheSample) {
     Player p(QStringLiteral("wav:") + path(QStringLiteral("out.wav")));
     p.play({server.url(QStringLiteral("/a.wav")), server.url(QStringLiteral("/b.flac")),
             server.url(QStringLiteral("/c.wav"))});
-    ASSERT_TRUE(p.waitForEnd(30000));
+    ASSERT_TRUE(p.waitForEnd());
 
     EXPECT_TRUE(p.client->data().error().isEmpty()) << p.client->data().error().toStdString();
     EXPECT_EQ(p.client->data().streamId(), 3);
@@ -95,12 +97,9 @@ TEST_F(GstStreamerPlayLogicTest, ListPlaysGaplesslyToTheSample) {
     // The play logic decided what follows every track in time (the last:
     // nothing), so no end waited for a decision.
     EXPECT_FALSE(log.contains(QStringLiteral("No next media decided")));
-    QVector<qint16> expected;
-    for (const auto& track : tracks)
-        expected += track;
     const QVector<qint16> output = gsttest::wavSamples(read(QStringLiteral("out.wav")));
-    ASSERT_EQ(output.size(), expected.size());
-    EXPECT_TRUE(output == expected);
+    ASSERT_EQ(output.size(), tracks[0].size() + tracks[1].size() + tracks[2].size());
+    EXPECT_TRUE(output == tracks[0] + tracks[1] + tracks[2]);
 }
 
 // A successor that fails after it was handed over (at about-to-finish) is
@@ -112,11 +111,9 @@ TEST_F(GstStreamerPlayLogicTest, FailingSuccessorLetsTheTrackPlayOut) {
     const QVector<qint16> first = gsttest::tone(3 * 44100, 5);
     Player p(QStringLiteral("wav:") + path(QStringLiteral("out.wav")));
     p.play({write(QStringLiteral("a.wav"), gsttest::wavFile(first)), path(QStringLiteral("missing.wav"))});
-    ASSERT_TRUE(p.waitForEnd(30000));
-
-    const ZuvoStreamerData last = p.streamer.data();
-    EXPECT_EQ(last.playbackId(), 2);
-    EXPECT_EQ(last.error().code(), -19);
+    ASSERT_TRUE(p.waitForEnd());
+    EXPECT_EQ(p.streamer.data().playbackId(), 2);
+    EXPECT_EQ(p.streamer.data().error().code(), -19);
     EXPECT_FALSE(p.client->data().error().isEmpty());
     const QVector<qint16> output = gsttest::wavSamples(read(QStringLiteral("out.wav")));
     EXPECT_TRUE(output == first) << output.size() << " samples written, " << first.size() << " played";
@@ -128,30 +125,37 @@ TEST_F(GstStreamerPlayLogicTest, FailingSuccessorLetsTheTrackPlayOut) {
 // and then.
 TEST_F(GstStreamerPlayLogicTest, PlayAfterAFailedSuccessorStartsClean) {
     write(QStringLiteral("a.wav"), gsttest::wavFile(gsttest::tone(3 * 44100, 5)));
-    write(QStringLiteral("c.wav"), gsttest::wavFile(gsttest::tone(22050, 6)));
+    const QVector<qint16> last = gsttest::tone(22050, 6);
+    write(QStringLiteral("c.wav"), gsttest::wavFile(last));
     write(QStringLiteral("noise.bin"), QByteArray(4096, '\x5a'));
-    const QString failing[] = {path(QStringLiteral("noise.bin")), path(QStringLiteral("missing.wav")),
-                               QStringLiteral("http://127.0.0.1:%1/a.wav").arg(HttpTestServer::unusedPort())};
-    for (const QString& successor : failing) {
+    const std::pair<QString, int> failing[] = {
+        {path(QStringLiteral("noise.bin")), -22},
+        {path(QStringLiteral("missing.wav")), -19},
+        {QStringLiteral("http://127.0.0.1:%1/a.wav").arg(HttpTestServer::unusedPort()), -16}};
+    for (const auto& [successor, code] : failing) {
         SCOPED_TRACE(successor.toStdString());
-        Player p(QStringLiteral("null"));
+        Player p(QStringLiteral("wav:") + path(QStringLiteral("out.wav")));
         p.play({path(QStringLiteral("a.wav")), successor, path(QStringLiteral("c.wav"))});
-        ASSERT_TRUE(p.waitForEnd(30000));
+        ASSERT_TRUE(p.waitForEnd());
+        EXPECT_EQ(p.failureOf(2), code);
         EXPECT_EQ(p.streamer.data().playbackId(), 3);
         EXPECT_EQ(p.streamer.data().error().code(), -13) << p.streamer.data().error().message().toStdString();
+        EXPECT_TRUE(gsttest::wavSamples(read(QStringLiteral("out.wav"))) == last);
     }
 }
 
-// What a client of the play logic sees when the stream fails, and the
-// playlist hand-off on a real pipeline.
+// How each kind of broken stream is classified (the streamer's error code)
+// and what a client of the play logic sees; the playlist hand-off on a real
+// pipeline.
 TEST_F(GstStreamerPlayLogicTest, FailuresReachTheClientAndAPlaylistPlaysItsFirstEntry) {
     const QByteArray wav = gsttest::wavFile(gsttest::tone(44100, 4));
     server.setResponse(QStringLiteral("/entry.wav"), 200, wav);
     server.setResponse(QStringLiteral("/401"), 401, QByteArray());
+    server.setResponse(QStringLiteral("/403"), 403, QByteArray());
     server.setResponse(QStringLiteral("/list.m3u"), 200,
                        "#EXTM3U\n" + server.url(QStringLiteral("/entry.wav")).toUtf8() + "\n",
                        {{"Content-Type", "audio/x-mpegurl"}});
-    HttpTestRoute broken;
+    zuvotest::HttpTestRoute broken;
     broken.body = wav.left(wav.size() / 3);
     broken.declaredLength = wav.size();
     broken.closeWhenShort = true;
@@ -163,28 +167,34 @@ TEST_F(GstStreamerPlayLogicTest, FailuresReachTheClientAndAPlaylistPlaysItsFirst
     write(QStringLiteral("noise.bin"), noise);
     // The header promises a second, the file holds half of it.
     write(QStringLiteral("short.wav"), wav.left(wav.size() / 2));
+    ASSERT_EQ(
+        gsttest::runPipeline(QStringLiteral("videotestsrc num-buffers=1 ! pngenc ! filesink location=\"%1\"")
+                                 .arg(path(QStringLiteral("image.png")))),
+        QString());
 
-    struct Case {
+    const QString notFound = QStringLiteral("Could not find source!");
+    const QString unknown = QStringLiteral("Unknown playlist format detected.");
+    const QString refused = QStringLiteral("Access to this stream is not authorized by the content provider");
+    const struct {
         const char* name;
         QString uri;
         int code;      // of the streamer's error record
         QString error; // the play logic's published error
-    };
-    const Case cases[] = {
-        {"missing file", path(QStringLiteral("missing.wav")), -19, QStringLiteral("Could not find source!")},
+    } cases[] = {
+        {"missing file", path(QStringLiteral("missing.wav")), -19, notFound},
         {"refused port", QStringLiteral("http://127.0.0.1:%1/a.wav").arg(HttpTestServer::unusedPort()), -16,
          QStringLiteral("Could not open stream!")},
-        {"401", server.url(QStringLiteral("/401")), -17,
-         QStringLiteral("Access to this stream is not authorized by the content provider")},
-        {"404", server.url(QStringLiteral("/404")), -19, QStringLiteral("Could not find source!")},
-        {"non-audio file", path(QStringLiteral("noise.bin")), -15,
-         QStringLiteral("Unknown playlist format detected.")},
+        {"401", server.url(QStringLiteral("/401")), -17, refused},
+        {"403", server.url(QStringLiteral("/403")), -17, refused},
+        {"404", server.url(QStringLiteral("/404")), -19, notFound},
+        {"non-audio file", path(QStringLiteral("noise.bin")), -15, unknown},
+        {"image", path(QStringLiteral("image.png")), -22, unknown},
         {"server breaks off", server.url(QStringLiteral("/broken.wav")), -18,
          QStringLiteral("Could not read source!")},
         // Plays the half second that is there, then ends as any track does.
         {"truncated file", path(QStringLiteral("short.wav")), -13, QString()},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         Player p(QStringLiteral("null"));
         p.play({c.uri});
@@ -193,6 +203,8 @@ TEST_F(GstStreamerPlayLogicTest, FailuresReachTheClientAndAPlaylistPlaysItsFirst
         EXPECT_EQ(p.client->data().streamerError().code(), c.code);
     }
 
+    // The streamer finds no decoder for the playlist document (-14); the
+    // play logic parses it and plays its entry.
     Player p(QStringLiteral("null"));
     p.play({server.url(QStringLiteral("/list.m3u"))});
     ASSERT_TRUE(waitUntil(
@@ -203,6 +215,7 @@ TEST_F(GstStreamerPlayLogicTest, FailuresReachTheClientAndAPlaylistPlaysItsFirst
         },
         10000))
         << p.client->data().error().toStdString();
+    EXPECT_EQ(p.failureOf(1), -14);
     EXPECT_EQ(p.client->data().streamId(), 2);
     EXPECT_EQ(p.streamer.data().playbackId(), 2);
 }
@@ -233,28 +246,26 @@ TEST_F(GstStreamerPlayLogicTest, MisbehavingStreamsEndCleanly) {
     write(QStringLiteral("two.wav"), wav + read(QStringLiteral("mono.wav")));
     // 80 kB/s, under the 176 kB/s the audio plays at: the stream buffers.
     server.setTrickle(QStringLiteral("/trickle.wav"), wav, 8000, 100);
-    struct Case {
+    const struct {
         const char* name;
         QString uri;
         double seconds; // in the output, at the first stream's format
-    };
-    const Case cases[] = {
+    } cases[] = {
         // The sink's conversion follows the change: both streams play.
         {"format change in an Ogg chain", path(QStringLiteral("chain.ogg")), 2.0},
         // The first file's data chunk is the stream: the rest is skipped.
         {"two WAV files back to back", path(QStringLiteral("two.wav")), 1.0},
         {"server trickles", server.url(QStringLiteral("/trickle.wav")), 1.0},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         Player p(QStringLiteral("wav:") + path(QStringLiteral("out.wav")));
         p.play({c.uri});
         ASSERT_TRUE(p.waitForEnd(20000));
         EXPECT_TRUE(p.client->data().error().isEmpty()) << p.client->data().error().toStdString();
         EXPECT_EQ(p.client->data().streamerError().code(), -13);
-        const QByteArray out = read(QStringLiteral("out.wav"));
-        EXPECT_EQ(qFromLittleEndian<quint32>(out.constData() + 24), 44100u);
-        EXPECT_NEAR(gsttest::wavSamples(out).size() / 2 / 44100.0, c.seconds, 0.06);
+        EXPECT_EQ(qFromLittleEndian<quint32>(read(QStringLiteral("out.wav")).constData() + 24), 44100u);
+        EXPECT_NEAR(seconds(QStringLiteral("out.wav")), c.seconds, 0.06);
     }
 
     server.setNeverAnswer(QStringLiteral("/never"));
