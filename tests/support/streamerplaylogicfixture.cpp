@@ -9,12 +9,8 @@ TestServiceNode::TestServiceNode(CMNodes* nodes, const CMPath& path) {
 
 void TestServiceNode::onInvoked(const CMSetDataRequest& request) {
     requests.append(request);
-    if (hold)
-        return;
-    if (answer)
-        answer(request);
-    else
-        request.reply().setValue(QVariant());
+    if (!hold)
+        answer ? answer(request) : request.reply().setValue(QVariant());
 }
 
 namespace spltest {
@@ -51,11 +47,6 @@ ZuvoRoles withMetaData(ZuvoRoles roles, const std::function<void(ZuvoMetaData&)>
     return roles;
 }
 
-ZuvoRoles withPrePlay(const ZuvoRoles& roles, const CMPath& prePlayPath) {
-    return withMetaData(roles,
-                        [&prePlayPath](ZuvoMetaData& metaData) { metaData.setPrePlayPath(prePlayPath); });
-}
-
 ZuvoStreamerData streamerData(int playbackId, ZuvoPlayLogicState::Enum state, const ZuvoRoles& trackRoles) {
     ZuvoStreamerData data = TestStreamerService::makeData(playbackId, state);
     data.setTrackRoles(trackRoles);
@@ -66,14 +57,6 @@ ZuvoStreamerData stoppedWith(ZuvoStreamerData data, int code, const QString& nam
     data.setError(TestStreamerService::makeError(code, name, message));
     data.setState(ZuvoPlayLogicState::stopped);
     return data;
-}
-
-QString activeUri(const ZuvoRoles& roles) {
-    return roles.mediaData().activeResource().uri();
-}
-
-QTimer* errorReportTimer(const StreamerPlayLogic& logic) {
-    return logic.findChild<QTimer*>(QStringLiteral("errorReportTimer"));
 }
 
 } // namespace spltest
@@ -97,11 +80,10 @@ ZuvoPlayLogicData TestStreamerPlayLogic::mediaPlaybackStarted(const ZuvoRoles& n
 
 void TestStreamerPlayLogic::prepareNextMedia() {
     ++prepareNextMediaCalls;
-    if (upcoming.isEmpty()) {
+    if (upcoming.isEmpty())
         StreamerPlayLogic::prepareNextMedia();
-        return;
-    }
-    sendSetNextMediaCommand(upcoming.takeFirst(), QVariantHash());
+    else
+        sendSetNextMediaCommand(upcoming.takeFirst(), QVariantHash());
 }
 
 ZuvoStreamerPlayArgs SplWorld::sent(Command command, int i) const {
@@ -124,9 +106,4 @@ ZuvoStreamerData SplWorld::playAndStart(const ZuvoRoles& track, const ZuvoRoles&
     if (!zuvotest::waitUntil([&] { return published().streamId() == id; }))
         return ZuvoStreamerData();
     return data;
-}
-
-PublishedStates::PublishedStates(PlayLogicBase* logic) {
-    connect(logic, &PlayLogicBase::playbackDataChanged, this,
-            [this](const ZuvoPlayLogicData& data) { states.append(data.state()); });
 }

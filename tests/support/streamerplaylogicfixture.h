@@ -14,19 +14,15 @@
 #include "support/teststreamerservice.h"
 #include "zuvo.h"
 
-// Stands in for a service node (an item's pre-play or state-change node, the
-// notification display, the playlist parser): an activation node at path, in
-// nodes, that records every request (delivered queued) and answers it with
-// answer, by default success with an empty value. With hold set requests are
-// only recorded; the test answers them through requests.
+// A service node stand-in (pre-play, state change, display, parser): records
+// every request (delivered queued) and answers it with answer, by default an
+// empty success; with hold set the test answers through requests.
 class TestServiceNode : public QObject {
 public:
     TestServiceNode(CMNodes* nodes, const CMPath& path);
-
     std::function<void(const CMSetDataRequest&)> answer;
     bool hold = false;
     QList<CMSetDataRequest> requests;
-
     int count() const { return requests.size(); }
     QVariantHash valueAt(int i) const { return requests.at(i).data().toHash(); }
 
@@ -36,53 +32,44 @@ private:
 
 namespace spltest {
 
-// An item with the given resource URIs, the first one active, reporting its
-// playback states to stateChangePath (when not empty).
+// An item with the given resource URIs, the first one active.
 ZuvoRoles item(const QStringList& uris, const CMPath& stateChangePath = CMPath(), bool live = false);
 ZuvoRoles withMetaData(ZuvoRoles roles, const std::function<void(ZuvoMetaData&)>& change);
-ZuvoRoles withPrePlay(const ZuvoRoles& roles, const CMPath& prePlayPath);
 ZuvoStreamerData streamerData(int playbackId, ZuvoPlayLogicState::Enum state, const ZuvoRoles& trackRoles);
-// data stopped with a streamer error.
 ZuvoStreamerData stoppedWith(ZuvoStreamerData data, int code, const QString& name,
                              const QString& message = QString());
-QString activeUri(const ZuvoRoles& roles);
-// The play logic's error-report timer (test seam: found by object name).
-QTimer* errorReportTimer(const StreamerPlayLogic& logic);
+inline QString activeUri(const ZuvoRoles& roles) {
+    return roles.mediaData().activeResource().uri();
+}
 
 } // namespace spltest
 
-// A play logic with a track list, built through StreamerPlayLogic's hooks:
-// every control is published as enabled once a media starts, and when the
-// streamer asks for the next media the first of upcoming (if any) is sent as
-// gapless next media. Exposes protected steps for tests.
+// A play logic with a track list: every control is enabled once a media
+// starts, and the first of upcoming (if any) is sent as gapless next media.
 class TestStreamerPlayLogic : public StreamerPlayLogic {
 public:
     using StreamerPlayLogic::StreamerPlayLogic;
-
     QList<ZuvoRoles> upcoming;
     int prepareNextMediaCalls = 0;
     int tryResumeCalls = 0;
     int mediaStarts = 0;
-
     using StreamerPlayLogic::activeResourcePosition;
     using StreamerPlayLogic::nextActiveResource;
     using StreamerPlayLogic::reportError;
     using StreamerPlayLogic::sendPlayCommand;
-    using StreamerPlayLogic::sendSetNextMediaCommand;
     using StreamerPlayLogic::setStopFlag;
-
     ZuvoPlayLogicData mediaPlaybackStarted(const ZuvoRoles& newTrackRoles,
                                            const ZuvoRoles& previousTrackRoles) override;
     void prepareNextMedia() override;
     void tryResumePlayback() override { ++tryResumeCalls; }
+    // The error-report timer (test seam: found by object name).
+    QTimer* errorTimer() const { return findChild<QTimer*>(QStringLiteral("errorReportTimer")); }
 };
 
-// A play logic's world: a fresh registry, the test streamer service on the
-// default paths, service nodes (the parser holds its requests) and the client
-// of the play logic at basePath. A play logic must go before its world.
+// A fresh registry with the test streamer, the service nodes (the parser
+// holds its requests) and the client at basePath. A play logic goes first.
 struct SplWorld {
     using Command = TestStreamerService::Command;
-
     CMRootScope scope;
     TestStreamerService streamer{scope.nodes()};
     TestServiceNode stateChange{scope.nodes(), stateChangePath()};
@@ -93,34 +80,29 @@ struct SplWorld {
     PlayLogicInterface* const client = PlayLogicInterface::instance(basePath);
 
     SplWorld() { parser.hold = true; }
-
     static CMPath stateChangePath() { return CMPath("/service/stateChange"); }
     static CMPath prePlayPath() { return CMPath("/service/prePlay"); }
-
     ZuvoPlayLogicData published() const { return client->data(); }
     int count(Command command) const { return streamer.count(command); }
-    // Arguments of the i-th invocation of command.
-    ZuvoStreamerPlayArgs sent(Command command, int i) const;
+    ZuvoStreamerPlayArgs sent(Command command, int i) const; // empty when i is out of range
     bool waitForCount(Command command, int n) const { return streamer.waitForCount(command, n); }
-    // Plays track (in media) through the client and lets the streamer start
-    // the roles it received (playing, 60000 ms) with the next playback id;
-    // returns the streamer data, empty when the play or its start got stuck.
+    // Plays track through the client and lets the streamer start what it got
+    // (playing, 60000 ms, next playback id); empty data when stuck.
     ZuvoStreamerData playAndStart(const ZuvoRoles& track, const ZuvoRoles& media = ZuvoRoles());
 };
 
-// GoogleTest fixture: a world and a play logic of type Logic on it.
-template <typename Logic = TestStreamerPlayLogic> class SplTest : public ::testing::Test {
-protected:
-    void SetUp() override { logic = std::make_unique<Logic>(h.scope.nodes(), h.basePath); }
-    ZuvoPlayLogicData published() const { return h.published(); }
-
+// A world and a play logic of type Logic on it.
+template <typename Logic = TestStreamerPlayLogic> struct SplTest : ::testing::Test {
     SplWorld h;
-    std::unique_ptr<Logic> logic;
+    std::unique_ptr<Logic> logic = std::make_unique<Logic>(h.scope.nodes(), h.basePath);
+    ZuvoPlayLogicData published() const { return h.published(); }
 };
 
 // Every state the play logic publishes, in order.
-class PublishedStates : public QObject {
-public:
-    explicit PublishedStates(PlayLogicBase* logic);
+struct PublishedStates : QObject {
+    explicit PublishedStates(PlayLogicBase* logic) {
+        connect(logic, &PlayLogicBase::playbackDataChanged, this,
+                [this](const ZuvoPlayLogicData& data) { states.append(data.state()); });
+    }
     QList<ZuvoPlayLogicState::Enum> states;
 };

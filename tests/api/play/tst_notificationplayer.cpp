@@ -15,10 +15,8 @@ namespace {
 
 const QString kUnknown = QStringLiteral("Received response for unknown notification: ");
 
-// The host's notification player: records what reaches its enqueue and
-// cancel nodes (queued, like a service elsewhere) and acknowledges it.
-class Service : public QObject {
-public:
+// The host's player: records (queued) and acknowledges enqueues and cancels.
+struct Service : QObject {
     explicit Service(CMNodes* nodes) {
         for (const CMPath& path : {ZuvoNotificationPlayerEnqueuePath(), ZuvoNotificationPlayerCancelPath()})
             CMActivateNode::create(nodes, path)->setInvoke(this, &Service::onInvoked, Qt::QueuedConnection);
@@ -34,8 +32,7 @@ public:
     QList<CMSetDataRequest> cancelled;
 };
 
-CMReply<QVariant> sendRaw(const CMPath& path, const QVariant& payload) {
-    CMReply<QVariant> reply;
+CMReply<QVariant> sendRaw(const CMPath& path, const QVariant& payload, CMReply<QVariant> reply = {}) {
     CMRoot()->invoke(path, payload, reply);
     return reply;
 }
@@ -50,19 +47,15 @@ QVariant response(const QString& id, int type, const QString& reason = QString()
     value.setNotificationPlayerResponse(response);
     return value.__variant();
 }
-// Reports type for item to its response path, as the player does.
-CMReply<QVariant> report(const ZuvoNotificationPlayerItem& item, int type,
-                         const QString& reason = QString()) {
+CMReply<QVariant> report(const ZuvoNotificationPlayerItem& item, int type, const QString& reason = {}) {
     return sendRaw(item.playbackResponsePath(), response(item.id(), type, reason));
 }
-// True once the client has acknowledged a report (empty value, no error).
 bool acknowledged(const CMReply<QVariant>& ack) {
     return waitUntil([&] { return ack.isFinished(); }) && !ack.hasError() && !ack.value().isValid();
 }
 
 class NotificationPlayerTest : public ::testing::Test {
 protected:
-    // Plays a file and waits until the service has received it.
     CMReply<QVariant> play(ZuvoNotificationPlayerItem* enqueued) {
         const int before = service.enqueued.size();
         CMReply<QVariant> reply =
@@ -74,10 +67,9 @@ protected:
     }
     QStringList errorLines() const {
         QStringList lines;
-        for (const LogCapture::Entry& e : log.entries()) {
+        for (const LogCapture::Entry& e : log.entries())
             if (e.logger == QLatin1String("Notifications") && e.level == log4cplus::ERROR_LOG_LEVEL)
                 lines.append(e.message);
-        }
         return lines;
     }
 
@@ -96,14 +88,13 @@ TEST_F(NotificationPlayerTest, FileIsEnqueuedAndItsReplyWaitsForTheReport) {
     ZuvoNotificationPlayerItem item;
     const CMReply<QVariant> reply = play(&item);
     EXPECT_EQ(service.enqueued.first().role(), ZuvoRoles::Activate());
-    EXPECT_EQ(item.content(), QStringLiteral("/sounds/bell.wav"));
-    EXPECT_TRUE(item.isSetType());
-    EXPECT_EQ(item.type(), ZuvoNotificationPlayerItemType::file);
-    EXPECT_EQ(item.priority(), ZuvoNotificationItemPriority::high);
-    EXPECT_EQ(item.playbackResponsePath(), responsePath);
+    EXPECT_EQ(std::make_tuple(item.content(), item.isSetType(), item.type(), item.priority(),
+                              item.playbackResponsePath()),
+              std::make_tuple(QStringLiteral("/sounds/bell.wav"), true, ZuvoNotificationPlayerItemType::file,
+                              ZuvoNotificationItemPriority::high, responsePath));
     const ZuvoNotificationPlayerItem empty = player.makeEmptyNotification();
-    EXPECT_EQ(empty.playbackResponsePath(), responsePath);
-    EXPECT_FALSE(empty.isSetContent());
+    EXPECT_EQ(std::make_tuple(empty.playbackResponsePath(), empty.isSetContent()),
+              std::make_tuple(responsePath, false));
     for (const QString& id : {item.id(), empty.id()}) {
         EXPECT_TRUE(id.startsWith(QStringLiteral("alarm-"))) << id.toStdString();
         EXPECT_EQ(id.size(), 6 + 36) << id.toStdString();
@@ -123,9 +114,10 @@ TEST_F(NotificationPlayerTest, FileIsEnqueuedAndItsReplyWaitsForTheReport) {
 TEST_F(NotificationPlayerTest, EmptyPathFailsAtOnceAndSendsNothing) {
     const CMReply<QVariant> reply = player.playNotification(QString(), ZuvoNotificationItemPriority::normal);
     ASSERT_TRUE(reply.isFinished());
-    EXPECT_EQ(reply.error().name(), QStringLiteral("Error"));
-    EXPECT_EQ(reply.error().message(), QStringLiteral("path to notification file is empty"));
-    EXPECT_EQ(reply.error().title(), CMError::DefaultTitle().toString());
+    const CMError e = reply.error();
+    EXPECT_EQ(
+        QStringList({e.name(), e.title(), e.message()}),
+        QStringList({"Error", CMError::DefaultTitle().toString(), "path to notification file is empty"}));
     drainEvents();
     EXPECT_TRUE(service.enqueued.isEmpty());
 }
@@ -156,8 +148,8 @@ TEST_F(NotificationPlayerTest, ReportsByType) {
         drainEvents();
         ASSERT_EQ(reply.isFinished(), row.ends);
         if (row.ends) {
-            EXPECT_EQ(reply.error().message(), row.error);
-            EXPECT_EQ(reply.error().name(), row.error.isEmpty() ? QString() : QStringLiteral("Error"));
+            EXPECT_EQ(QStringList({reply.error().message(), reply.error().name()}),
+                      QStringList({row.error, row.error.isEmpty() ? QString() : QStringLiteral("Error")}));
         }
         EXPECT_EQ(errorLines(), row.error.isEmpty() ? QStringList() : QStringList{row.error});
         log.clear();
@@ -165,9 +157,9 @@ TEST_F(NotificationPlayerTest, ReportsByType) {
         EXPECT_TRUE(acknowledged(report(item, Type::finished)));
         EXPECT_EQ(errorLines(), row.ends ? QStringList{kUnknown + item.id()} : QStringList());
         EXPECT_TRUE(reply.isFinished());
-        if (row.ends)
+        if (row.ends) {
             EXPECT_EQ(reply.error(), first);
-        else
+        } else
             EXPECT_FALSE(reply.hasError());
     }
     EXPECT_TRUE(service.cancelled.isEmpty());
@@ -204,8 +196,9 @@ TEST_F(NotificationPlayerTest, CancelSendsOneCancelAndLaterReportsChangeNothing)
     reply.cancel();
     EXPECT_EQ(reply.error().name(), CMVoidReply::ErrorCancel());
     ASSERT_TRUE(waitUntil([&] { return !service.cancelled.isEmpty(); }));
-    EXPECT_EQ(ZuvoValue(service.cancelled.first().data().toHash()).string_(), item.id());
-    EXPECT_EQ(service.cancelled.first().role(), ZuvoRoles::Activate());
+    EXPECT_EQ(std::make_tuple(ZuvoValue(service.cancelled.first().data().toHash()).string_(),
+                              service.cancelled.first().role()),
+              std::make_tuple(item.id(), ZuvoRoles::Activate()));
     EXPECT_TRUE(acknowledged(report(item, Type::cancelled)));
     EXPECT_TRUE(errorLines().isEmpty());
     EXPECT_TRUE(acknowledged(report(item, Type::finished)));

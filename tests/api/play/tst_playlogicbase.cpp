@@ -19,10 +19,8 @@ namespace {
 
 const CMPath kPath("/test/playlogic");
 
-// The smallest concrete play logic: play, stop and next record their request
-// and answer it; play publishes playing with the media roles and stop
-// publishes stopped (unless stopPublishes is cleared). The other handlers are
-// the base's.
+// Play, stop and next record and answer their request; play publishes
+// playing with the media roles, stop publishes stopped (if stopPublishes).
 class TestPlayLogic : public PlayLogicBase {
 public:
     using PlayLogicBase::PlayLogicBase;
@@ -95,12 +93,10 @@ struct Fixture {
 
 TEST(PlayLogicBase, PublishedValues) {
     Fixture f;
-    EXPECT_EQ(f.client->playTime(), 0);
-    EXPECT_EQ(f.client->playByte(), 0);
-    EXPECT_EQ(f.client->bufferLevel(), -1.0);
-    EXPECT_EQ(f.client->playMode(), ZuvoPlayerPlayMode::normal);
+    EXPECT_EQ(std::make_tuple(f.client->playTime(), f.client->playByte(), f.client->bufferLevel(),
+                              f.client->playMode(), f.client->data().isEmpty()),
+              std::make_tuple(qint64(0), qint64(0), -1.0, ZuvoPlayerPlayMode::normal, true));
     EXPECT_TRUE(CMRoot()->getValue(f.client->dataPath()).isValid());
-    EXPECT_TRUE(f.client->data().isEmpty());
     for (const CMPath& path : {f.client->dataPath(), f.client->playTimePath(), f.client->playBytePath(),
                                f.client->bufferingLevelPath(), f.client->playModePath()}) {
         ZuvoValue value;
@@ -112,8 +108,7 @@ TEST(PlayLogicBase, PublishedValues) {
     }
     EXPECT_EQ(f.client->playTime(), 0);
 
-    // The setters signal after the node was written (the client reads the
-    // new value inside), on every call, changed or not.
+    // The setters signal after the node was written, on every call.
     QStringList seen;
     const auto note = [&](const char* what, double value, double read) {
         seen << QStringLiteral("%1 %2 %3").arg(QLatin1String(what)).arg(value).arg(read);
@@ -176,11 +171,11 @@ TEST(PlayLogicBase, DispatchByPublishedState) {
                 EXPECT_FALSE(reply.value().isValid());
                 continue;
             }
-            EXPECT_EQ(error.name(), CMError::DefaultName());
-            EXPECT_EQ(error.title(), CMError::DefaultTitle().toString());
-            EXPECT_EQ(error.message(), control >= Control::pause && control <= Control::changePlayMode
-                                           ? QStringLiteral("Operation not supported.")
-                                           : QStringLiteral("Unrecognized control command: %1").arg(control));
+            EXPECT_EQ(QStringList({error.name(), error.title(), error.message()}),
+                      QStringList({CMError::DefaultName(), CMError::DefaultTitle().toString(),
+                                   control >= Control::pause && control <= Control::changePlayMode
+                                       ? QStringLiteral("Operation not supported.")
+                                       : QStringLiteral("Unrecognized control command: %1").arg(control)}));
         }
     }
 }
@@ -238,9 +233,9 @@ TEST(PlayLogicBase, PingSequence) {
             ASSERT_TRUE(finishes(reply));
             EXPECT_EQ(reply.error().isEmpty(), accepted) << sequence;
             if (!accepted) {
-                EXPECT_EQ(reply.error().name(), QStringLiteral("Error"));
-                EXPECT_EQ(reply.error().title(), CMError::DefaultTitle().toString());
-                EXPECT_EQ(reply.error().message(), QStringLiteral("Ping sequence numbers do not match"));
+                EXPECT_EQ(QStringList({reply.error().name(), reply.error().title(), reply.error().message()}),
+                          QStringList({"Error", CMError::DefaultTitle().toString(),
+                                       "Ping sequence numbers do not match"}));
             }
         }
         f.logic->publish(State::playing, keepActive);
@@ -258,20 +253,20 @@ TEST(PlayLogicBase, PingWatchdog) {
     Fixture f;
     QTimer* timer = f.logic->pingTimer();
     ASSERT_NE(timer, nullptr);
-    ASSERT_TRUE(finishes(f.client->ping(0)));
-    EXPECT_FALSE(timer->isActive());
-    f.logic->publish(State::playing);
-    EXPECT_TRUE(timer->isActive());
-    timer->stop();
-    ASSERT_TRUE(finishes(f.client->ping(1)));
-    EXPECT_TRUE(timer->isActive());
-    timer->stop();
-    ASSERT_TRUE(finishes(f.client->ping(7)));
-    EXPECT_FALSE(timer->isActive());
-    f.logic->publish(State::paused);
-    EXPECT_TRUE(timer->isActive());
-    f.logic->publish(State::stopped);
-    EXPECT_FALSE(timer->isActive());
+    const auto ping = [&](int n) {
+        return [&, n] {
+            timer->stop();
+            ASSERT_TRUE(finishes(f.client->ping(n)));
+        };
+    };
+    const auto publish = [&](State::Enum s) { return [&, s] { f.logic->publish(s); }; };
+    const std::pair<std::function<void()>, bool> steps[] = {
+        {ping(0), false}, {publish(State::playing), true}, {ping(1), true},
+        {ping(7), false}, {publish(State::paused), true},  {publish(State::stopped), false}};
+    for (size_t i = 0; i < std::size(steps); ++i) {
+        steps[i].first();
+        EXPECT_EQ(timer->isActive(), steps[i].second) << "step " << i;
+    }
 
     f.logic->stopPublishes = false;
     timer->setInterval(20);
@@ -290,8 +285,8 @@ TEST(PlayLogicBase, PingWatchdog) {
     ASSERT_TRUE(finishes(f.client->play(titled("now"))));
     ASSERT_TRUE(finishes(f.client->ping(8)));
     EXPECT_FALSE(timer->isActive());
-    EXPECT_EQ(f.logic->count(Control::play), 1);
-    EXPECT_EQ(f.logic->count(Control::stop), 1);
+    EXPECT_EQ(std::make_pair(f.logic->count(Control::play), f.logic->count(Control::stop)),
+              std::make_pair(1, 1));
 }
 
 TEST(PlayLogicBase, DestructionPublishesStoppedAndRemovesTheControlNode) {
@@ -311,9 +306,9 @@ TEST(PlayLogicBase, DestructionPublishesStoppedAndRemovesTheControlNode) {
     f.logic.reset();
     ASSERT_EQ(published.size(), 1);
     EXPECT_EQ(f.client->data(), published[0]);
-    EXPECT_EQ(published[0].state(), State::stopped);
-    EXPECT_FALSE(published[0].isSetKeepActive());
-    EXPECT_EQ(published[0].mediaRoles(), titled("album"));
+    EXPECT_EQ(
+        std::make_tuple(published[0].state(), published[0].isSetKeepActive(), published[0].mediaRoles()),
+        std::make_tuple(State::stopped, false, titled("album")));
     // Neither the waiting play nor a later command is left unanswered.
     ASSERT_TRUE(finishes(waiting));
     EXPECT_FALSE(waiting.error().isEmpty());

@@ -1,6 +1,5 @@
-// StreamerPlayLogic over the road the device uses: a client drives it through
-// PlayLogicInterface, it drives the test streamer service, and what the
-// streamer publishes comes back as the play logic's "/data" record and values.
+// StreamerPlayLogic driven through its client, driving the test streamer,
+// whose records come back as the play logic's published values.
 
 #include <QDateTime>
 #include <gtest/gtest.h>
@@ -29,15 +28,22 @@ constexpr State Paused = ZuvoPlayLogicState::paused;
 const QString a1 = QStringLiteral("http://a/1");
 const QString a2 = QStringLiteral("http://a/2");
 
-bool finished(const CMReply<QVariant>& reply) {
-    return waitUntil([&] { return reply.isFinished(); });
+bool finished(const CMReply<QVariant>& r) {
+    return waitUntil([&] { return r.isFinished(); });
 }
-bool ok(const CMReply<QVariant>& reply) {
-    return finished(reply) && !reply.hasError();
+bool ok(const CMReply<QVariant>& r) {
+    return finished(r) && !r.hasError();
 }
-bool reaches(const SplWorld& h, State state) {
-    return waitUntil([&] { return h.published().state() == state; });
+bool reaches(const SplWorld& h, State s) {
+    return waitUntil([&] { return h.published().state() == s; });
 }
+ZuvoRoles withPrePlay(const ZuvoRoles& r) {
+    return spltest::withMetaData(r, [](ZuvoMetaData& m) { m.setPrePlayPath(SplWorld::prePlayPath()); });
+}
+// A world with its own TestStreamerPlayLogic (destroyed first).
+struct World : SplWorld {
+    TestStreamerPlayLogic logic{scope.nodes(), basePath};
+};
 QList<State> reportedStates(const TestServiceNode& node) {
     QList<State> states;
     for (int i = 0; i < node.count(); ++i)
@@ -45,15 +51,14 @@ QList<State> reportedStates(const TestServiceNode& node) {
     return states;
 }
 
-// A track played to its end, with or without the streamer's near end first:
-// the published state follows the streamer, except that a stopped streamer
-// shows as loading until the playback has ended (once). The item names only a
-// content state-change path, which stands in for the playback one.
+// A track played to its end, with or without a near end first: a stopped
+// streamer shows as loading until the playback has ended (once). The content
+// state-change path stands in for the missing playback one.
 TEST(StreamerPlayLogic, TrackPlaysToItsEnd) {
     for (const bool nearEnd : {true, false}) {
         SCOPED_TRACE(nearEnd);
-        SplWorld h;
-        TestStreamerPlayLogic logic(h.scope.nodes(), h.basePath);
+        World h;
+        TestStreamerPlayLogic& logic = h.logic;
         EXPECT_EQ(logic.currentStreamId(), -1);
         ZuvoStreamerData data = h.playAndStart(spltest::withMetaData(
             item({a1}), [](ZuvoMetaData& m) { m.setContentStateChangePath(SplWorld::stateChangePath()); }));
@@ -87,21 +92,18 @@ TEST(StreamerPlayLogic, TrackPlaysToItsEnd) {
         drainEvents();
         EXPECT_EQ(states.states, QList<State>({Playing, Paused, Playing, Loading, Stopped}));
         EXPECT_EQ(logic.mediaStarts, 1);
-        EXPECT_EQ(h.count(Command::clearNextMedia), nearEnd ? 1 : 0);
-        EXPECT_EQ(h.count(Command::stop), 0);
-        EXPECT_EQ(h.client->playTime(), 0);
-        EXPECT_EQ(h.client->playByte(), 0);
-        EXPECT_EQ(h.client->bufferLevel(), -1.0);
-        EXPECT_TRUE(h.published().error().isEmpty());
+        EXPECT_EQ(std::make_tuple(h.count(Command::clearNextMedia), h.count(Command::stop),
+                                  h.client->playTime(), h.client->playByte(), h.client->bufferLevel(),
+                                  h.published().error()),
+                  std::make_tuple(nearEnd ? 1 : 0, 0, qint64(0), qint64(0), -1.0, QString()));
         EXPECT_EQ(reportedStates(h.stateChange), QList<State>({Playing, Paused, Playing, Stopped}));
         EXPECT_FALSE(ZuvoPlayLogicData(h.stateChange.valueAt(3)).isSetError());
     }
 }
 
-// Near its end a live media queues its next resource; a derived play logic
-// queues its next track; otherwise the streamer is told that nothing follows,
-// also for a live media the user has stopped (a derived play logic may still
-// ask before the stop is through).
+// Near its end a live media queues its next resource, a derived play logic
+// its next track; else nothing follows (also for a live media after a user
+// stop, asked before the stop is through).
 TEST(StreamerPlayLogic, NearEndQueuesWhatFollows) {
     const struct {
         const char* name;
@@ -114,8 +116,8 @@ TEST(StreamerPlayLogic, NearEndQueuesWhatFollows) {
                 {"live, stopped", true, true, ""}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        SplWorld h;
-        TestStreamerPlayLogic logic(h.scope.nodes(), h.basePath);
+        World h;
+        TestStreamerPlayLogic& logic = h.logic;
         if (qstrcmp(row.name, "derived") == 0)
             logic.upcoming.append(item({row.next}));
         const ZuvoRoles media = item({a1, a2}, CMPath(), row.live);
@@ -139,10 +141,8 @@ TEST(StreamerPlayLogic, NearEndQueuesWhatFollows) {
     }
 }
 
-// A playback id not seen before is a new media only when the streamer runs
-// it without an error. The owner hears of a stop either way: of the replaced
-// track for a new media (whose own owner then hears it play), else of the
-// failed playback.
+// A new playback id is a new media only when running without an error. The
+// owner hears of a stop either way: of the replaced track, else of the failure.
 TEST(StreamerPlayLogic, NewPlaybackIdIsNewMediaOnlyWhenRunningWithoutError) {
     const struct {
         const char* name;
@@ -153,8 +153,8 @@ TEST(StreamerPlayLogic, NewPlaybackIdIsNewMediaOnlyWhenRunningWithoutError) {
         {"running", Playing, 0, true}, {"stopped", Stopped, 0, false}, {"failing", Playing, -16, false}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        SplWorld h;
-        TestStreamerPlayLogic logic(h.scope.nodes(), h.basePath);
+        World h;
+        TestStreamerPlayLogic& logic = h.logic;
         ASSERT_FALSE(h.playAndStart(item({a1}, SplWorld::stateChangePath())).isEmpty());
         ASSERT_TRUE(waitUntil([&] { return h.stateChange.count() == 1; }));
         const ZuvoRoles second = item({a2}, SplWorld::stateChangePath());
@@ -168,24 +168,23 @@ TEST(StreamerPlayLogic, NewPlaybackIdIsNewMediaOnlyWhenRunningWithoutError) {
         h.streamer.publishData(data);
         ASSERT_TRUE(waitUntil([&] { return h.published().streamId() == 2; }));
         drainEvents();
-        EXPECT_EQ(logic.mediaStarts, row.newMedia ? 2 : 1);
-        EXPECT_EQ(h.published().state(), row.newMedia ? Playing : Loading);
-        EXPECT_EQ(activeUri(h.published().trackRoles()), a2);
-        EXPECT_EQ(activeUri(logic.currentTrackRoles()), row.newMedia ? a2 : QString());
+        EXPECT_EQ(std::make_tuple(logic.mediaStarts, h.published().state(),
+                                  activeUri(h.published().trackRoles()), activeUri(logic.currentTrackRoles()),
+                                  h.count(Command::play)),
+                  std::make_tuple(row.newMedia ? 2 : 1, row.newMedia ? Playing : Loading, a2,
+                                  row.newMedia ? a2 : QString(), 2));
         ASSERT_EQ(h.stateChange.count(), row.newMedia ? 3 : 2);
         const ZuvoPlayLogicData stopReport(h.stateChange.valueAt(1));
-        EXPECT_EQ(stopReport.state(), Stopped);
-        EXPECT_EQ(activeUri(stopReport.trackRoles()), row.newMedia ? a1 : a2);
-        EXPECT_EQ(stopReport.error().isEmpty(), row.newMedia);
+        EXPECT_EQ(std::make_tuple(stopReport.state(), activeUri(stopReport.trackRoles()),
+                                  stopReport.error().isEmpty()),
+                  std::make_tuple(Stopped, row.newMedia ? a1 : a2, row.newMedia));
         if (row.newMedia) {
             EXPECT_EQ(ZuvoPlayLogicData(h.stateChange.valueAt(2)).streamId(), 2);
         }
-        EXPECT_EQ(h.count(Command::play), 2);
     }
 }
 
-// A named streamer error leads to the next resource, as a new playback, as
-// long as there is one (not for a clip, nor the end of a stream: see below).
+// A named streamer error leads to the next resource while there is one.
 TEST_F(Spl, StreamErrorFallsBackOverTheResources) {
     const ZuvoRoles track = item({"http://r/1", "http://r/2", "http://r/3"});
     ZuvoStreamerData data = h.playAndStart(track);
@@ -214,26 +213,27 @@ ZuvoRoles withResources(const QList<ZuvoResource>& resources, const ZuvoResource
 
 TEST_F(Spl, NextActiveResourceHasNoWrapAroundAndNoLoop) {
     const QList<ZuvoResource> list = item({"http://r/a", "http://r/b", "http://r/c"}).mediaData().resources();
-    EXPECT_EQ(activeUri(logic->nextActiveResource(withResources(list, list.at(0)))),
-              QStringLiteral("http://r/b"));
-    EXPECT_EQ(logic->activeResourcePosition(withResources(list, list.at(2))), 2);
-    EXPECT_TRUE(logic->nextActiveResource(withResources(list, list.at(2))).isEmpty());
-    ZuvoResource stranger;
+    const auto next = [&](const QList<ZuvoResource>& l, const ZuvoResource& a) {
+        return logic->nextActiveResource(withResources(l, a));
+    };
+    const auto at = [&](const QList<ZuvoResource>& l, const ZuvoResource& a) {
+        return logic->activeResourcePosition(withResources(l, a));
+    };
+    ZuvoResource stranger, byUid, d1, d2;
     stranger.setUri(QStringLiteral("http://r/x"));
-    EXPECT_EQ(logic->activeResourcePosition(withResources(list, stranger)), -1);
-    EXPECT_TRUE(logic->nextActiveResource(withResources(list, stranger)).isEmpty());
-    // Matching by uid wins over the uri; by data when neither is set.
-    ZuvoResource byUid;
-    byUid.setUid(QStringLiteral("u2"));
+    byUid.setUid(QStringLiteral("u2")); // matching by uid wins over the uri; by data when neither is set
     ZuvoResource second = list.at(1);
     second.setUid(QStringLiteral("u2"));
-    EXPECT_EQ(logic->activeResourcePosition(withResources({list.at(0), second, list.at(2)}, byUid)), 1);
-    ZuvoResource d1;
     d1.setData(QVariant(1));
-    ZuvoResource d2;
     d2.setData(QVariant(2));
-    EXPECT_EQ(logic->activeResourcePosition(withResources({d1, d2}, d2)), 1);
-    EXPECT_TRUE(logic->nextActiveResource(withResources({list.at(0), list.at(0)}, list.at(0))).isEmpty());
+    EXPECT_EQ(activeUri(next(list, list.at(0))), QStringLiteral("http://r/b"));
+    EXPECT_TRUE(next(list, list.at(2)).isEmpty());
+    EXPECT_TRUE(next(list, stranger).isEmpty());
+    EXPECT_TRUE(next({list.at(0), list.at(0)}, list.at(0)).isEmpty());
+    EXPECT_EQ(at(list, list.at(2)), 2);
+    EXPECT_EQ(at(list, stranger), -1);
+    EXPECT_EQ(at({list.at(0), second, list.at(2)}, byUid), 1);
+    EXPECT_EQ(at({d1, d2}, d2), 1);
 }
 
 // Requests wait behind the head's pre-play, whose answer is what is played.
@@ -241,7 +241,7 @@ TEST_F(Spl, NextActiveResourceHasNoWrapAroundAndNoLoop) {
 TEST_F(Spl, PrePlayHoldsTheQueueAndAStopCancelsIt) {
     ASSERT_FALSE(h.playAndStart(item({a1})).isEmpty());
     h.prePlay.hold = true;
-    const ZuvoRoles viaPrePlay = spltest::withPrePlay(item({"http://p/1"}), SplWorld::prePlayPath());
+    const ZuvoRoles viaPrePlay = withPrePlay(item({"http://p/1"}));
     logic->sendPlayCommand(viaPrePlay, {});
     const QString paused = ZuvoStreamerAttributesStartPaused();
     const CMReply<QVariant> later = logic->sendPlayCommand(item({a2}), {{paused, QVariant(true)}});
@@ -279,7 +279,7 @@ TEST_F(Spl, FailedPrePlayFallsBackToTheNextResourceThenReports) {
         request.reply().setError(
             CMError(QStringLiteral("gone"), QStringLiteral("t"), QStringLiteral("Gone")));
     };
-    const ZuvoRoles track = spltest::withPrePlay(item({"http://p/1", "http://p/2"}), SplWorld::prePlayPath());
+    const ZuvoRoles track = withPrePlay(item({"http://p/1", "http://p/2"}));
     h.client->playContainer(ZuvoRoles(), track, 0, 0);
     ASSERT_TRUE(waitUntil([&] { return published().error() == QStringLiteral("Gone"); }));
     ASSERT_EQ(h.prePlay.count(), 2);
@@ -288,8 +288,7 @@ TEST_F(Spl, FailedPrePlayFallsBackToTheNextResourceThenReports) {
 }
 
 // A play while playing: the replaced play is cancelled, the streamer stopped
-// once, and the newest play runs once the old playback's end is published,
-// from a fresh record (nothing of the old playback carried over).
+// once; the newest runs after the old end, from a fresh record.
 TEST_F(Spl, PlayWhilePlayingStopsOnceThenPlaysTheNewestAfresh) {
     const ZuvoStreamerData running = h.playAndStart(item({a1}));
     ASSERT_FALSE(running.isEmpty());
@@ -313,13 +312,10 @@ TEST_F(Spl, PlayWhilePlayingStopsOnceThenPlaysTheNewestAfresh) {
     EXPECT_TRUE(latest.isFinished());
     EXPECT_FALSE(latest.hasError());
     EXPECT_EQ(states.states, QList<State>({Loading, Stopped, Loading}));
-    const ZuvoPlayLogicData fresh = published();
-    EXPECT_TRUE(fresh.error().isEmpty());
-    EXPECT_FALSE(fresh.isSetStreamId());
-    EXPECT_FALSE(fresh.isSetStatus());
-    EXPECT_EQ(fresh.mediaRoles(), media);
-    EXPECT_EQ(fresh.trackRoles(), track);
-    EXPECT_EQ(fresh.matchingMediaRoles(), matching);
+    const ZuvoPlayLogicData f = published();
+    EXPECT_EQ(std::make_tuple(f.error(), f.isSetStreamId(), f.isSetStatus(), f.mediaRoles(), f.trackRoles()),
+              std::make_tuple(QString(), false, false, media, track));
+    EXPECT_EQ(f.matchingMediaRoles(), matching);
 }
 
 // A media the streamer refuses still answers the play; a stop then finds
@@ -348,9 +344,8 @@ TEST_F(Spl, DestroyingWhilePlayingStopsTheStreamer) {
     EXPECT_EQ(published().state(), Stopped);
 }
 
-// What a stopped streamer leads to, by error code (and name): an error shown
-// for a while (the playback not ended), the end of playback, or the URL handed
-// to the playlist parser.
+// A stopped streamer by error code (and name): an error shown for a while,
+// the end of playback, or the URL handed to the playlist parser.
 enum class Outcome { Shown, Ended, ToParser };
 enum class Setup { Plain, Radio, NoResources, UserStop, Restart, Clip };
 
@@ -396,9 +391,9 @@ TEST(StreamerPlayLogic, StoppedStreamerByCode) {
     for (const ErrorRow& row : errorRows) {
         SCOPED_TRACE(testing::Message() << "code " << row.code << " name '" << row.streamerErrorName
                                         << "' setup " << int(row.setup));
-        SplWorld h;
-        TestStreamerPlayLogic logic(h.scope.nodes(), h.basePath);
-        QTimer* const timer = spltest::errorReportTimer(logic);
+        World h;
+        TestStreamerPlayLogic& logic = h.logic;
+        QTimer* const timer = logic.errorTimer();
         ASSERT_NE(timer, nullptr);
         EXPECT_EQ(timer->interval(), 2000);
         // A second resource is at hand where none may be tried: after the
@@ -430,24 +425,21 @@ TEST(StreamerPlayLogic, StoppedStreamerByCode) {
             stopped.__remove(ZuvoStreamerData::Error());
         h.streamer.publishData(row.setup == Setup::Restart ? TestStreamerService::restartedData() : stopped);
 
-        switch (row.outcome) {
-        case Outcome::Shown:
-            ASSERT_TRUE(waitUntil([&] { return !h.published().error().isEmpty(); }));
-            EXPECT_EQ(h.published().error(), QString::fromUtf8(row.message));
-            EXPECT_EQ(h.published().state(), Loading);
-            EXPECT_TRUE(timer->isActive());
-            break;
-        case Outcome::Ended:
+        const bool toParser = row.outcome == Outcome::ToParser;
+        if (row.outcome == Outcome::Ended) {
             ASSERT_TRUE(reaches(h, Stopped));
-            EXPECT_TRUE(h.published().error().isEmpty());
-            break;
-        case Outcome::ToParser:
+        } else if (toParser)
             ASSERT_TRUE(waitUntil([&] { return h.parser.count() == 1; }));
+        else
+            ASSERT_TRUE(waitUntil([&] { return !h.published().error().isEmpty(); }));
+        EXPECT_EQ(h.published().error(), QString::fromUtf8(row.message));
+        if (row.outcome != Outcome::Ended) {
+            EXPECT_EQ(h.published().state(), Loading);
+        }
+        EXPECT_EQ(timer->isActive(), row.outcome == Outcome::Shown);
+        if (toParser) {
             EXPECT_EQ(ZuvoRoles(h.parser.valueAt(0)), logic.currentTrackRoles());
             EXPECT_EQ(activeUri(ZuvoRoles(h.parser.valueAt(0))), a1);
-            EXPECT_TRUE(h.published().error().isEmpty());
-            EXPECT_EQ(h.published().state(), Loading);
-            break;
         }
         if (row.code != 0 && row.setup != Setup::UserStop) {
             EXPECT_EQ(h.published().streamerError().code(), row.code);
@@ -456,32 +448,30 @@ TEST(StreamerPlayLogic, StoppedStreamerByCode) {
             EXPECT_EQ(h.published().streamerError().name(), ZuvoStreamerErrorCrashed());
         }
         drainEvents();
-        ASSERT_EQ(h.stateChange.count(), row.outcome == Outcome::ToParser ? 1 : 2);
-        if (row.outcome != Outcome::ToParser) {
+        ASSERT_EQ(h.stateChange.count(), toParser ? 1 : 2);
+        if (!toParser) {
             const ZuvoPlayLogicData report(h.stateChange.valueAt(1));
-            EXPECT_EQ(report.state(), Stopped);
-            EXPECT_EQ(report.error(), QString::fromUtf8(row.errorName));
-            EXPECT_EQ(report.isSetError(), *row.errorName != '\0');
-            EXPECT_EQ(h.parser.count(), 0);
+            EXPECT_EQ(std::make_tuple(report.state(), report.error(), report.isSetError(), h.parser.count()),
+                      std::make_tuple(Stopped, QString::fromUtf8(row.errorName), *row.errorName != '\0', 0));
         }
         EXPECT_EQ(h.count(Command::play), 1);
         ASSERT_EQ(h.display.count(), radio ? 1 : 0);
         if (radio) {
             const ZuvoNotificationDisplayItem shown(h.display.valueAt(0));
-            EXPECT_EQ(shown.title(), QStringLiteral("Failed to start"));
-            EXPECT_EQ(shown.message(), QStringLiteral("Radio station is not available!"));
-            EXPECT_EQ(shown.timeout(), 3000);
+            EXPECT_EQ(std::make_tuple(shown.title(), shown.message(), shown.timeout()),
+                      std::make_tuple(QStringLiteral("Failed to start"),
+                                      QStringLiteral("Radio station is not available!"), 3000));
         }
     }
 }
 
-// The error report shows the message (else the name); a newer report
-// replaces it and counts the interval anew; when it runs out the error is
-// withdrawn and resuming is tried. The end of playback keeps a reported error.
+// An error report shows the message (else the name); a newer one restarts
+// the interval; at its end the error goes and resuming is tried. The end of
+// playback keeps a reported error.
 TEST_F(Spl, ErrorReportIsShownReplacedWithdrawnOrKeptAtTheEnd) {
     const ZuvoStreamerData data = h.playAndStart(item({a1}));
     ASSERT_FALSE(data.isEmpty());
-    QTimer* const timer = spltest::errorReportTimer(*logic);
+    QTimer* const timer = logic->errorTimer();
     timer->setInterval(400);
     logic->reportError(CMError(QStringLiteral("first"), QString(), QString()));
     EXPECT_EQ(published().error(), QStringLiteral("first"));
@@ -518,8 +508,8 @@ TEST_F(Spl, PlaybackEndsOnlyWhenBothStopFlagsAreSet) {
     EXPECT_TRUE(states.states.isEmpty());
 }
 
-// A control the media does not enable succeeds and sends nothing. The debug
-// lines name it; the byte seek shares the time-seek text, which clients match.
+// A control the media does not enable succeeds and sends nothing; the debug
+// line names it (byte seek shares the time-seek text, which clients match).
 TEST_F(SplPlain, DisabledControlsSucceedAndSendNothing) {
     ASSERT_FALSE(h.playAndStart(item({a1})).isEmpty());
     using Send = CMReply<QVariant> (*)(PlayLogicInterface*);
@@ -546,10 +536,9 @@ TEST_F(SplPlain, DisabledControlsSucceedAndSendNothing) {
     EXPECT_EQ(h.count(Command::pause) + h.count(Command::resume) + h.count(Command::seek), 0);
 }
 
-// With the controls enabled: seeking needs a seekable stream, and a relative
-// seek stays out of the last second and before the start; the controls this
-// play logic has no step for are not supported; play modes follow the
-// published support (shuffle only, and normal always).
+// Enabled: seeking needs a seekable stream and a relative seek stays within
+// [0, end - 1 s]; controls with no step are not supported; play modes follow
+// the published support (shuffle, and normal always).
 TEST_F(Spl, EnabledControls) {
     ZuvoStreamerData data = h.playAndStart(item({a1}));
     ASSERT_FALSE(data.isEmpty());
@@ -606,9 +595,8 @@ TEST_F(Spl, EnabledControls) {
     }
 }
 
-// Pause toggles: paused, it resumes, unless the active resource idled too
-// long or has expired: then it is fetched again through the item's pre-play
-// node and continues at the play time of the pause.
+// Paused, pause resumes, unless the active resource idled too long or
+// expired: then it is fetched again through pre-play at the paused time.
 TEST(StreamerPlayLogic, PauseTogglesAndAnExpiredResourceIsRefetchedOnResume) {
     const qint64 hour = 3600 * 1000;
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
@@ -626,8 +614,7 @@ TEST(StreamerPlayLogic, PauseTogglesAndAnExpiredResourceIsRefetchedOnResume) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        SplWorld h;
-        TestStreamerPlayLogic logic(h.scope.nodes(), h.basePath);
+        World h;
         h.prePlay.answer = [](const CMSetDataRequest& request) { request.reply().setValue(request.data()); };
         ZuvoRoles track = item({"http://p/1"});
         ZuvoMediaData mediaData = track.mediaData();
@@ -636,7 +623,7 @@ TEST(StreamerPlayLogic, PauseTogglesAndAnExpiredResourceIsRefetchedOnResume) {
         mediaData.setActiveResource(active);
         track.setMediaData(mediaData);
         if (row.prePlay)
-            track = spltest::withPrePlay(track, SplWorld::prePlayPath());
+            track = withPrePlay(track);
         ZuvoStreamerData data = h.playAndStart(track);
         ASSERT_FALSE(data.isEmpty());
         h.streamer.publishPlayTime(42000);
@@ -662,9 +649,8 @@ TEST(StreamerPlayLogic, PauseTogglesAndAnExpiredResourceIsRefetchedOnResume) {
         ASSERT_TRUE(finished(resume));
         EXPECT_FALSE(resume.hasError());
         drainEvents();
-        EXPECT_EQ(h.count(Command::pause), 1);
-        EXPECT_EQ(h.count(Command::resume), row.refetch ? 0 : 1);
-        EXPECT_EQ(h.count(Command::play), row.refetch ? 2 : 1);
+        EXPECT_EQ(std::make_tuple(h.count(Command::pause), h.count(Command::resume), h.count(Command::play)),
+                  std::make_tuple(1, row.refetch ? 0 : 1, row.refetch ? 2 : 1));
         EXPECT_EQ(log.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("but preplaypath was cleared")),
                   !row.prePlay);
     }
