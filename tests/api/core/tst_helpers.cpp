@@ -33,6 +33,7 @@ TEST(MimeTypes, SchemeDecidesFirstThenThePathSuffix) {
         {"https://host/a.aac", "audio/aac"},
         {"file:///music/a.m4a", "audio/mp4"},
         {"a.opus", "audio/ogg"},
+        {"/music/a.mp4", "audio/mp4"},
         {"http://host/a.wma", "audio/x-ms-wma"},
         {"  C:\\Music\\a.ogg  ", "audio/ogg"},
         {"MMSH://host/a.mp3", "video/x-ms-asf"},
@@ -41,6 +42,7 @@ TEST(MimeTypes, SchemeDecidesFirstThenThePathSuffix) {
         {"http://host/dir.mp3/track", nullptr},
         {"http://host/a.mp3.part", nullptr},
         {"", nullptr},
+        {"mp3", nullptr},
         {"mmsx://host/a", nullptr},
     };
     for (const auto& c : cases) {
@@ -61,6 +63,7 @@ TEST(TrExtractContext, TakesTheScopeOfTheFunctionNameAndNeverGrows) {
         {"std::function<void(Foo::X)> Foo::make(int (*)(int))", "Foo"},
         {"void f(int)", "f"},
         {"bool Foo::operator<(const Foo&) const", "Foo"},
+        {"void Foo::operator()(int)", "Foo"},
         {"A::operator B::C() const", "A"},
         {"QDebug operator<<(QDebug, const CMPath&)", "operator<<"},
         {"StreamerPlayLogic::playInternal(const ZuvoPlayLogicPlayArgs&)::<lambda(const CMVoidReply&)>",

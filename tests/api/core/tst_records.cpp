@@ -216,6 +216,38 @@ TEST(Records, ControlFlagsReadAlikeInMetaDataAndPublishedControls) {
     }
 }
 
+// Each fixed path must survive encoding unchanged (else the node it names is
+// not the one looked up), and the relative ones must name distinct nodes
+// under their base: two commands or two values on one node would mix up.
+TEST(Paths, FixedPathsAreCanonicalAndDistinctUnderTheirBase) {
+    const CMPath streamer = ZuvoStreamerDefaultPrefixPath();
+    const CMPath data = streamer + ZuvoStreamerDataPath();
+    const QList<QPair<CMPath, QList<CMPath>>> groups = {
+        {CMPath("/"),
+         {ZuvoPlayerPath(), ZuvoPlayerContentPlayLogicPlaylistPath(), ZuvoPlayerStreamBufferingConfigPath(),
+          streamer, ZuvoNotificationPlayerEnqueuePath(), ZuvoNotificationPlayerCancelPath(),
+          ZuvoNotificationDisplayOpenPath()}},
+        {streamer,
+         {ZuvoStreamerPlayPath(), ZuvoStreamerSetNextMediaPath(), ZuvoStreamerClearNextMediaPath(),
+          ZuvoStreamerPausePath(), ZuvoStreamerResumePath(), ZuvoStreamerStopPath(), ZuvoStreamerSeekPath(),
+          ZuvoStreamerSetAttributesPath(), ZuvoStreamerDataPath()}},
+        {data,
+         {ZuvoPlayLogicPlayTimePath(), ZuvoPlayLogicPlayBytePath(), ZuvoPlayLogicBufferingLevelPath(),
+          ZuvoPlayLogicPlayModePath(), ZuvoPlayLogicBufferBytesPath()}},
+    };
+    for (const auto& group : groups) {
+        QSet<QString> nodes;
+        for (const CMPath& path : group.second) {
+            EXPECT_FALSE(path.isEmpty() || path.isRoot() || path.hasParams()) << path;
+            EXPECT_EQ(CMPath::fromEncoded(path.toEncoded()), path);
+            const CMPath full = group.first + path;
+            EXPECT_EQ(full.segments().size(), group.first.segments().size() + path.segments().size()) << full;
+            nodes.insert(full.toEncoded());
+        }
+        EXPECT_EQ(nodes.size(), group.second.size()) << group.first;
+    }
+}
+
 TEST(Records, ErrorNamesAreDistinctAndRecordsKnownByNameAfterRegistration) {
     const QStringList names = zuvoPlaylogicErrorNames();
     EXPECT_EQ(QSet<QString>(names.begin(), names.end()).size(), names.size());
