@@ -4,10 +4,8 @@
 
 namespace zuvotest {
 
-// A time budget of ms milliseconds, scaled by the environment variable
-// ZUVO_TEST_TIME_SCALE (a positive number, default 1). Slow machines and
-// emulated runs (a cross build's tests under qemu) set it so that a test
-// waits longer for what it waits for; what it checks stays the same.
+// ms scaled by the environment variable ZUVO_TEST_TIME_SCALE (a positive
+// number, default 1), which slow and emulated runs set.
 int scaledMs(int ms);
 
 // Runs the event loop until cond() holds or scaledMs(timeoutMs) has passed;

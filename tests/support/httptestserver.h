@@ -10,61 +10,42 @@
 
 namespace zuvotest {
 
-class HttpTestConnection;
-
 // The scripted answer of HttpTestServer for one path.
 struct HttpTestRoute {
     using Headers = QList<QPair<QByteArray, QByteArray>>;
 
     enum class Behaviour {
-        Answer,             // status line, headers and body as scripted
-        NeverAnswer,        // read the request, then stay silent until the client gives up
-        CloseWithoutAnswer, // read the request, then close the connection
-        Endless,            // stream generated body bytes until the client closes or endlessLimit
-        Raw                 // send body exactly as it is (no status line or header of ours), then close
+        Answer,      // status line, headers and body as scripted
+        NeverAnswer, // read the request, then stay silent
+        Endless,     // generated body bytes until the client closes or endlessLimit
+        Raw          // send body as it is (none: no answer at all), then close
     };
-    // How the end of the body is marked.
     enum class Framing {
-        ContentLength, // "Content-Length" (declaredLength, or the real size); Endless announces endlessLimit
-        Chunked,       // "Transfer-Encoding: chunked"
-        CloseDelimited // no length; the server closes the connection after the body
+        ContentLength, // declaredLength, or the real size (Endless: endlessLimit)
+        Chunked,
+        CloseDelimited // the server closes the connection after the body
     };
 
     Behaviour behaviour = Behaviour::Answer;
     int status = 200;
-    Headers headers; // sent first, as given
-    // Header lines ("Name: value\r\n" each) sent after headers, as they are.
-    QByteArray rawHeaders;
-    QByteArray body; // the plain body (before gzip)
+    Headers headers;
+    QByteArray rawHeaders; // "Name: value\r\n" lines sent after headers, as they are
+    QByteArray body;
     Framing framing = Framing::ContentLength;
-    // Content-Length to announce instead of the real one; when larger, the
-    // server sends the body it has and then stays silent.
+    // Announced instead of the real length; when larger, the server sends the
+    // body it has, then stays silent, or closes with closeWhenShort.
     qint64 declaredLength = -1;
-    // With a larger declaredLength: close the connection once the body is
-    // out (a server that breaks off mid-stream) instead of staying silent.
     bool closeWhenShort = false;
-    bool gzip = false;         // send the body gzip-encoded ("Content-Encoding: gzip")
-    int trickleBytes = 0;      // > 0: send the body this many bytes at a time ...
-    int trickleIntervalMs = 0; // ... one piece per interval
+    int trickleBytes = 0;      // > 0: send the body this many bytes ...
+    int trickleIntervalMs = 0; // ... per interval
     qint64 endlessLimit = 64 * 1024 * 1024;
-    // Endless only: when endlessRepeat is set, the generated body is
-    // endlessHead followed by endlessRepeat over and over (a document that
-    // never ends) instead of pattern().
-    QByteArray endlessHead;
-    QByteArray endlessRepeat;
 };
 
-// A scriptable HTTP/1.1 server on the loopback interface, for tests.
-//
-// Listens on 127.0.0.1 at a free port from construction until destruction (the
-// destructor drops every connection). It lives on the creating thread and
-// serves from its event loop, so a test must run that loop (zuvotest::waitUntil)
-// while a client talks to it. Connections are kept alive between requests;
-// any number of them may be open at once.
-//
-// Routes are looked up by the request's path (without the query); a path with
-// no route is answered 404. A request counts as received once its header and
-// body are read, before the scripted behaviour starts.
+// A scriptable HTTP/1.1 server on 127.0.0.1 (a free port) for tests. Lives on
+// the creating thread and serves from its event loop (zuvotest::waitUntil);
+// the destructor drops every connection. Connections are kept alive between
+// requests. Routes are looked up by path without the query; an unknown path
+// is answered 404. A request counts once its header and body are read.
 class HttpTestServer : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY(HttpTestServer)
@@ -75,61 +56,60 @@ public:
     explicit HttpTestServer(QObject* parent = nullptr);
     ~HttpTestServer() override;
 
-    bool isListening() const { return m_listener.isListening(); }
     quint16 port() const { return m_listener.serverPort(); }
-    // "http://127.0.0.1:<port>" + path.
-    QString url(const QString& path) const;
+    QString url(const QString& path) const; // "http://127.0.0.1:<port>" + path
 
-    void setRoute(const QString& path, const HttpTestRoute& route);
-    void setResponse(const QString& path, int status, const QByteArray& body, const Headers& headers = {});
-    void setRedirect(const QString& path, const QString& location, int status = 302);
-    void setNeverAnswer(const QString& path);
-    void setCloseWithoutAnswer(const QString& path);
-    // The body goes out bytesPerTick bytes every intervalMs (with its full
-    // Content-Length announced up front).
+    using Behaviour = HttpTestRoute::Behaviour;
+    using Framing = HttpTestRoute::Framing;
+    static constexpr qint64 EndlessLimit = 64 * 1024 * 1024;
+
+    void setRoute(const QString& path, const HttpTestRoute& route) { m_routes.insert(path, route); }
+    void setResponse(const QString& path, int status, const QByteArray& body, const Headers& headers = {}) {
+        setRoute(path, route(Behaviour::Answer, body, status, headers));
+    }
+    void setRedirect(const QString& path, const QString& location, int status = 302) {
+        setResponse(path, status, QByteArray(), {{"Location", location.toUtf8()}});
+    }
+    void setNeverAnswer(const QString& path) { setRoute(path, route(Behaviour::NeverAnswer)); }
+    void setCloseWithoutAnswer(const QString& path) { setRoute(path, route(Behaviour::Raw)); }
+    // Sends answer as it is, then closes.
+    void setRaw(const QString& path, const QByteArray& answer) {
+        setRoute(path, route(Behaviour::Raw, answer));
+    }
+    // A "Content-Encoding: deflate" answer, compressed once, here.
+    void setDeflate(const QString& path, const QByteArray& plainBody) {
+        setResponse(path, 200, deflate(plainBody), {{"Content-Encoding", "deflate"}});
+    }
+    // bytesPerTick bytes every intervalMs, the full length announced up front.
     void setTrickle(const QString& path, const QByteArray& body, int bytesPerTick, int intervalMs);
-    // Generated bytes (pattern()) until the client closes or upperLimit bytes
-    // are out.
-    void setEndless(const QString& path, HttpTestRoute::Framing framing = HttpTestRoute::Framing::Chunked,
-                    qint64 upperLimit = 64 * 1024 * 1024);
-    // Endless text: head, then repeat over and over, until the client closes
-    // or upperLimit bytes are out.
-    void setEndlessText(const QString& path, const QByteArray& head, const QByteArray& repeat,
-                        HttpTestRoute::Framing framing = HttpTestRoute::Framing::Chunked,
-                        qint64 upperLimit = 64 * 1024 * 1024);
-    // The body is compressed here, once, not while the answer is sent.
-    void setGzip(const QString& path, const QByteArray& plainBody);
-    // A 200 answer carrying `count` extra header fields of valueBytes each
-    // (built here, once) before body.
+    // pattern() bytes until the client closes or upperLimit bytes are out.
+    void setEndless(const QString& path, Framing framing = Framing::Chunked,
+                    qint64 upperLimit = EndlessLimit);
+    // A 200 answer with `count` extra fields of valueBytes each before body.
     void setHeaderFlood(const QString& path, int count, int valueBytes = 32,
                         const QByteArray& body = "flood");
-    // Sends answer as it is, then closes the connection.
-    void setRaw(const QString& path, const QByteArray& answer);
 
     int requestCount(const QString& path) const { return m_requestCounts.value(path); }
-    int totalRequestCount() const;
-    // A header field (name in any case) of the last request to path.
-    QByteArray lastRequestHeader(const QString& path, const QByteArray& name) const;
-    // Connections currently open (closing ones included until they are gone).
+    // A field (any case) of the last request to path.
+    QByteArray lastRequestHeader(const QString& path, const QByteArray& name) const {
+        return m_lastRequestHeaders.value(path).value(name.toLower());
+    }
+    // Open connections, closing ones included until they are gone.
     int openConnections() const { return m_openConnections; }
     // Body bytes written for path, over all requests.
     qint64 bodyBytesSent(const QString& path) const { return m_bodyBytesSent.value(path); }
 
-    // A loopback port nobody listens on: bound once, then released.
+    // A loopback port nobody listens on.
     static quint16 unusedPort();
-    // Deterministic body bytes: pattern(n) is the first n bytes of every
-    // endless body.
+    // pattern(n) is the first n bytes of every endless body.
     static QByteArray pattern(qint64 size);
-    static QByteArray gzip(const QByteArray& data);
+    static QByteArray deflate(const QByteArray& data) { return qCompress(data).mid(4); } // a zlib stream
 
 private:
     friend class HttpTestConnection;
 
-    void on_listener_newConnection();
-    HttpTestRoute routeFor(const QString& path) const;
-    void noteRequest(const QString& path, const QHash<QByteArray, QByteArray>& headers);
-    void noteBodyBytes(const QString& path, qint64 bytes) { m_bodyBytesSent[path] += bytes; }
-    void noteConnectionGone() { --m_openConnections; }
+    static HttpTestRoute route(Behaviour behaviour, const QByteArray& body = {}, int status = 200,
+                               const Headers& headers = {});
 
     QTcpServer m_listener;
     QHash<QString, HttpTestRoute> m_routes;

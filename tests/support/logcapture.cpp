@@ -1,72 +1,57 @@
 #include "logcapture.h"
 
 #include <QMutex>
-#include <QMutexLocker>
 #include <log4cplus/logger.h>
 #include <log4cplus/spi/loggingevent.h>
 
-namespace zuvotest_detail {
-struct LogCaptureStore {
+struct LogCapture::Store {
     QMutex mutex;
-    QList<LogCapture::Entry> entries;
+    QList<Entry> entries;
 };
-} // namespace zuvotest_detail
-
-using zuvotest_detail::LogCaptureStore;
 
 namespace {
 
-QString fromLogString(const log4cplus::tstring& text) {
-    return QString::fromUtf8(text.data(), static_cast<int>(text.size()));
+QString text(const log4cplus::tstring& text) {
+    return QString::fromStdString(text);
 }
 
-// Appends every event to the shared store; the store outlives the capture
-// for as long as log4cplus still holds the appender.
 class CaptureAppender final : public log4cplus::Appender {
 public:
-    explicit CaptureAppender(std::shared_ptr<LogCaptureStore> store)
-        : m_store(std::move(store)) {
-        setName(LOG4CPLUS_TEXT("zuvo-log-capture"));
-    }
+    explicit CaptureAppender(std::shared_ptr<LogCapture::Store> store)
+        : m_store(std::move(store)) {}
     ~CaptureAppender() override { destructorImpl(); }
-
     void close() override { closed = true; }
 
 protected:
     void append(const log4cplus::spi::InternalLoggingEvent& event) override {
-        LogCapture::Entry entry{event.getLogLevel(), fromLogString(event.getLoggerName()),
-                                fromLogString(event.getMessage())};
         const QMutexLocker lock(&m_store->mutex);
-        m_store->entries.append(std::move(entry));
+        m_store->entries.append({event.getLogLevel(), text(event.getLoggerName()), text(event.getMessage())});
     }
 
 private:
-    std::shared_ptr<LogCaptureStore> m_store;
+    std::shared_ptr<LogCapture::Store> m_store;
 };
 
 } // namespace
 
 LogCapture::LogCapture()
-    : m_store(std::make_shared<LogCaptureStore>())
-    , m_appender(new CaptureAppender(m_store))
-    , m_savedRootLevel(log4cplus::Logger::getRoot().getLogLevel()) {
-    const log4cplus::LoggerList loggers = log4cplus::Logger::getCurrentLoggers();
-    m_savedLevels.reserve(loggers.size());
-    for (log4cplus::Logger logger : loggers) {
-        m_savedLevels.emplace_back(fromLogString(logger.getName()), logger.getLogLevel());
+    : m_store(std::make_shared<Store>())
+    , m_appender(new CaptureAppender(m_store)) {
+    log4cplus::Logger root = log4cplus::Logger::getRoot();
+    m_savedLevels.emplace_back(std::string(), root.getLogLevel());
+    for (log4cplus::Logger logger : log4cplus::Logger::getCurrentLoggers()) {
+        m_savedLevels.emplace_back(logger.getName(), logger.getLogLevel());
         logger.setLogLevel(log4cplus::NOT_SET_LOG_LEVEL);
     }
-    log4cplus::Logger root = log4cplus::Logger::getRoot();
     root.setLogLevel(log4cplus::TRACE_LOG_LEVEL);
     root.addAppender(m_appender);
 }
 
 LogCapture::~LogCapture() {
-    log4cplus::Logger root = log4cplus::Logger::getRoot();
-    root.removeAppender(m_appender);
-    root.setLogLevel(m_savedRootLevel);
+    log4cplus::Logger::getRoot().removeAppender(m_appender);
     for (const auto& [name, level] : m_savedLevels)
-        log4cplus::Logger::getInstance(name.toStdString()).setLogLevel(level);
+        (name.empty() ? log4cplus::Logger::getRoot() : log4cplus::Logger::getInstance(name))
+            .setLogLevel(level);
 }
 
 QList<LogCapture::Entry> LogCapture::entries() const {
@@ -75,36 +60,15 @@ QList<LogCapture::Entry> LogCapture::entries() const {
 }
 
 bool LogCapture::contains(log4cplus::LogLevel level, const QString& substring) const {
-    const QMutexLocker lock(&m_store->mutex);
-    for (const Entry& entry : qAsConst(m_store->entries)) {
-        if (entry.level == level && entry.message.contains(substring))
-            return true;
-    }
-    return false;
-}
-
-bool LogCapture::contains(const QString& substring) const {
-    return count(substring) > 0;
+    const QList<Entry> all = entries();
+    return std::any_of(all.begin(), all.end(),
+                       [&](const Entry& e) { return e.level == level && e.message.contains(substring); });
 }
 
 int LogCapture::count(const QString& substring) const {
-    const QMutexLocker lock(&m_store->mutex);
-    int result = 0;
-    for (const Entry& entry : qAsConst(m_store->entries)) {
-        if (entry.message.contains(substring))
-            ++result;
-    }
-    return result;
-}
-
-QStringList LogCapture::messagesOf(const QString& loggerName) const {
-    const QMutexLocker lock(&m_store->mutex);
-    QStringList messages;
-    for (const Entry& entry : qAsConst(m_store->entries)) {
-        if (entry.logger == loggerName)
-            messages.append(entry.message);
-    }
-    return messages;
+    const QList<Entry> all = entries();
+    return int(
+        std::count_if(all.begin(), all.end(), [&](const Entry& e) { return e.message.contains(substring); }));
 }
 
 void LogCapture::clear() {
@@ -113,11 +77,9 @@ void LogCapture::clear() {
 }
 
 QString LogCapture::toString() const {
-    const QMutexLocker lock(&m_store->mutex);
-    QString text;
-    for (const Entry& entry : qAsConst(m_store->entries)) {
-        text += fromLogString(log4cplus::getLogLevelManager().toString(entry.level)) + QLatin1Char(' ') +
-                entry.logger + QStringLiteral(": ") + entry.message + QLatin1Char('\n');
-    }
-    return text;
+    QString lines;
+    for (const Entry& entry : entries())
+        lines += text(log4cplus::getLogLevelManager().toString(entry.level)) + ' ' + entry.logger + ": " +
+                 entry.message + '\n';
+    return lines;
 }

@@ -1,18 +1,12 @@
 #include "toolprocess.h"
 
-#include <QtGlobal>
-
 namespace zuvotest {
 
 void startTool(QProcess& process, const QString& program, const QStringList& args) {
-    QStringList emulator =
+    QStringList command =
         qEnvironmentVariable("ZUVO_TEST_EMULATOR").split(QLatin1Char(' '), Qt::SkipEmptyParts);
-    if (emulator.isEmpty()) {
-        process.start(program, args);
-        return;
-    }
-    const QString launcher = emulator.takeFirst();
-    process.start(launcher, emulator << program << args);
+    command << program << args;
+    process.start(command.takeFirst(), command);
 }
 
 } // namespace zuvotest

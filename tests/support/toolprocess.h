@@ -5,10 +5,9 @@
 
 namespace zuvotest {
 
-// Starts program (a tool built with the tests) with args in process. When
-// the tests run under an emulator (a cross build's, named by the environment
-// variable ZUVO_TEST_EMULATOR, a command line, which CTest sets), the
-// program is built for the same foreign processor and is started through it.
+// Starts program (a tool built with the tests) with args in process, through
+// the emulator named by ZUVO_TEST_EMULATOR (a command line; a cross build's
+// CTest sets it) when there is one.
 void startTool(QProcess& process, const QString& program, const QStringList& args);
 
 } // namespace zuvotest

@@ -2,15 +2,13 @@
 
 #include "model/cmpath.h"
 
-TEST(CMPath, EncodedFormIsCanonical) {
-    struct Case {
+TEST(CMPath, EncodedFormIsCanonicalAndSurvivesARoundTrip) {
+    const struct {
         const char* in;
         const char* encoded;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"", ""},
         {"/", "/"},
-        {"/player", "/player"},
         {"player/data/", "/player/data"},
         {"//a///b", "/a/b"},
         {"/list?from=3&sort=title", "/list?from=3&sort=title"},
@@ -19,28 +17,21 @@ TEST(CMPath, EncodedFormIsCanonical) {
         {"/a%zz", "/a%25zz"},
         {"/x#fragment", "/x"},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.in);
-        EXPECT_EQ(CMPath::fromEncoded(QString::fromUtf8(c.in)).toEncoded(), QString::fromUtf8(c.encoded));
-    }
-}
-
-TEST(CMPath, AnyTextSurvivesARoundTrip) {
-    const QStringList texts = {QStringLiteral("/a b/ü/€"), QStringLiteral("/p?k=a&b%3D=c%26d"),
-                               QStringLiteral("/%41%4"), QStringLiteral("?only=params"),
-                               QString::fromUtf8("/ctl\x01/\x7f")};
-    for (const QString& text : texts) {
-        SCOPED_TRACE(text.toStdString());
+    for (const auto& c : cases)
+        EXPECT_EQ(CMPath::fromEncoded(QString::fromUtf8(c.in)).toEncoded(), QString::fromUtf8(c.encoded))
+            << c.in;
+    for (const QString& text :
+         {QStringLiteral("/a b/ü/€"), QStringLiteral("/p?k=a&b%3D=c%26d"), QStringLiteral("/%41%4"),
+          QStringLiteral("?only=params"), QString::fromUtf8("/ctl\x01/\x7f")}) {
         const CMPath path = CMPath::fromEncoded(text);
-        EXPECT_EQ(CMPath::fromEncoded(path.toEncoded()), path);
-        EXPECT_EQ(CMPath::fromEncoded(path.toEncoded()).toEncoded(), path.toEncoded());
+        EXPECT_EQ(CMPath::fromEncoded(path.toEncoded()), path) << text.toStdString();
+        EXPECT_EQ(CMPath::fromEncoded(path.toEncoded()).toEncoded(), path.toEncoded()) << text.toStdString();
     }
-    CMPath withSlash;
-    withSlash = CMPath("/dir") + CMPath::fromEncoded(QStringLiteral("/a%2Fb"));
-    EXPECT_EQ(withSlash.segments(), (QStringList{QStringLiteral("dir"), QStringLiteral("a/b")}));
+    EXPECT_EQ((CMPath("/dir") + CMPath::fromEncoded(QStringLiteral("/a%2Fb"))).segments(),
+              (QStringList{QStringLiteral("dir"), QStringLiteral("a/b")}));
 }
 
-TEST(CMPath, ParametersAndComparison) {
+TEST(CMPath, ParametersComparisonAndAppending) {
     const CMPath plain("/player/list");
     const CMPath withParams("/player/list?from=1&to=9");
     EXPECT_EQ(withParams.param(QStringLiteral("to")), QStringLiteral("9"));
@@ -53,14 +44,11 @@ TEST(CMPath, ParametersAndComparison) {
     EXPECT_FALSE(CMPath().equals(CMPath("/"), CMPath::CompareWithoutParams));
     EXPECT_TRUE(CMPath().isEmpty());
     EXPECT_FALSE(CMPath("/").isEmpty());
-}
 
-TEST(CMPath, AppendingRelativePaths) {
-    const CMPath base("/player?x=1");
-    EXPECT_EQ((base + QStringLiteral("/control")).toEncoded(), QStringLiteral("/player/control?x=1"));
+    EXPECT_EQ((CMPath("/player?x=1") + QStringLiteral("/control")).toEncoded(),
+              QStringLiteral("/player/control?x=1"));
     EXPECT_EQ((CMPath("/player") + "/data" + CMPath("/playTime")).toEncoded(),
               QStringLiteral("/player/data/playTime"));
-    EXPECT_EQ((CMPath("/p") + QStringLiteral("/0")).toEncoded(), QStringLiteral("/p/0"));
     EXPECT_EQ((CMPath() + QStringLiteral("/a")).toEncoded(), QStringLiteral("/a"));
     EXPECT_TRUE(CMPath("/a/b/c").startsWith(CMPath("/a/b")));
     EXPECT_FALSE(CMPath("/a/bc").startsWith(CMPath("/a/b")));

@@ -10,9 +10,9 @@ using zuvotest::drainEvents;
 using zuvotest::waitUntil;
 
 // Whatever completes a reply first (value, error or cancel) stays; later
-// completions are ignored and the watcher runs once.
-TEST(CMReply, FirstCompletionWinsAndWatchersRunOnce) {
-    const CMError late(QStringLiteral("late"), TrString("too late"));
+// completions are ignored and the watchers run once, in registration order,
+// after the lock is released (value() takes it).
+TEST(CMReply, FirstCompletionWinsAndWatchersRunOnceInOrder) {
     const struct {
         const char* name;
         std::function<void(CMReply<int>&)> first;
@@ -27,148 +27,97 @@ TEST(CMReply, FirstCompletionWinsAndWatchersRunOnce) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         CMReply<int> reply;
-        int calls = 0;
-        reply.onFinished(nullptr, [&](const CMReply<int>&) { ++calls; });
+        QList<int> order;
+        for (int i = 0; i < 3; ++i) {
+            reply.onFinished(nullptr, [&order, i, c](const CMReply<int>& r) {
+                EXPECT_TRUE(r.isFinished());
+                EXPECT_EQ(r.value(), c.value);
+                order.append(i);
+            });
+        }
         c.first(reply);
         reply.setValue(2);
-        reply.setError(late);
+        reply.setError(CMError(QStringLiteral("late"), TrString("too late")));
         reply.cancel();
-        EXPECT_TRUE(reply.isFinished());
         EXPECT_EQ(reply.value(), c.value);
         EXPECT_EQ(reply.error().name(), c.errorName);
-        EXPECT_EQ(calls, 1);
+        EXPECT_EQ(order, (QList<int>{0, 1, 2}));
     }
-}
-
-TEST(CMReply, WatchersRunInRegistrationOrderAfterTheLockIsReleased) {
-    CMReply<int> reply;
-    QList<int> order;
-    for (int i = 0; i < 4; ++i) {
-        reply.onFinished(nullptr, [&order, i, reply](const CMReply<int>& r) {
-            // The reply must already read as finished with its value, and its
-            // lock must be free (value() takes it).
-            EXPECT_TRUE(reply.isFinished());
-            EXPECT_EQ(r.value(), 7);
-            order.append(i);
-        });
-    }
-    reply.setValue(7);
-    EXPECT_EQ(order, (QList<int>{0, 1, 2, 3}));
 }
 
 TEST(CMReply, WatcherOfDestroyedReceiverIsNeverCalled) {
-    struct Case {
-        const char* name;
-        Qt::ConnectionType type;
-        bool deleteBeforeCompletion;
-    };
-    const Case cases[] = {
-        {"direct, receiver gone before completion", Qt::DirectConnection, true},
-        {"auto, receiver gone before completion", Qt::AutoConnection, true},
-        {"queued, receiver gone before completion", Qt::QueuedConnection, true},
-        {"queued, receiver gone before delivery", Qt::QueuedConnection, false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    // Receiver gone before completion (true), or before the queued delivery.
+    const std::pair<Qt::ConnectionType, bool> cases[] = {
+        {Qt::DirectConnection, true}, {Qt::QueuedConnection, true}, {Qt::QueuedConnection, false}};
+    for (const auto& [type, goneBeforeCompletion] : cases) {
         CMVoidReply reply;
         auto receiver = std::make_unique<QObject>();
         bool called = false;
         reply.addWatcher(
-            receiver.get(), [&](const CMVoidReply&) { called = true; }, c.type);
-        if (c.deleteBeforeCompletion)
+            receiver.get(), [&](const CMVoidReply&) { called = true; }, type);
+        if (goneBeforeCompletion)
             receiver.reset();
         reply.setValue();
         receiver.reset();
         drainEvents();
-        EXPECT_FALSE(called);
+        EXPECT_FALSE(called) << type << goneBeforeCompletion;
     }
 }
 
-TEST(CMReply, QueuedWatcherRunsLaterFromTheEventLoop) {
-    CMVoidReply reply;
-    QObject receiver;
-    bool called = false;
-    reply.addWatcher(
-        &receiver, [&](const CMVoidReply&) { called = true; }, Qt::QueuedConnection);
-    reply.setValue();
-    EXPECT_FALSE(called);
-    EXPECT_TRUE(waitUntil([&] { return called; }));
-}
-
-TEST(CMReply, WatcherAddedAfterCompletionIsStillCalledThroughTheEventLoop) {
+// Queued watchers, and those added after completion (a request to an unknown
+// path may fail before its watcher is added), run later from the event loop.
+TEST(CMReply, QueuedAndLateWatchersRunLaterFromTheEventLoop) {
     CMReply<QVariant> reply;
-    reply.setError(CMError(QStringLiteral("NodeNotFound"), TrString("gone")));
     QObject receiver;
-    QString seen;
-    reply.onFinished(&receiver, [&](const CMReply<QVariant>& r) { seen = r.error().name(); });
-    EXPECT_TRUE(seen.isEmpty()) << "must not run inside onFinished";
-    EXPECT_TRUE(waitUntil([&] { return !seen.isEmpty(); }));
-    EXPECT_EQ(seen, QStringLiteral("NodeNotFound"));
+    QStringList seen;
+    reply.addWatcher(
+        &receiver, [&](const CMVoidReply&) { seen.append(QStringLiteral("queued")); }, Qt::QueuedConnection);
+    reply.setError(CMError(QStringLiteral("NodeNotFound"), TrString("gone")));
+    reply.onFinished(&receiver, [&](const CMReply<QVariant>& r) { seen.append(r.error().name()); });
+    EXPECT_TRUE(seen.isEmpty());
+    EXPECT_TRUE(waitUntil([&] { return seen.size() == 2; }));
+    EXPECT_EQ(seen, QStringList({QStringLiteral("queued"), QStringLiteral("NodeNotFound")}));
 }
 
-TEST(CMReply, WaitForFinished) {
+TEST(CMReply, CompletionOnAnotherThreadWakesWaitersAndRunsWatchersInTheReceiversThread) {
     CMReply<int> never;
     EXPECT_FALSE(never.waitForFinished(20));
-
-    CMReply<int> done;
-    done.setValue(3);
-    EXPECT_TRUE(done.waitForFinished(0));
-
-    CMReply<int> fromThread;
-    std::unique_ptr<QThread> thread(QThread::create([fromThread] { fromThread.setValue(42); }));
-    thread->start();
-    EXPECT_TRUE(fromThread.waitForFinished());
-    EXPECT_EQ(fromThread.value(), 42);
-    thread->wait();
-}
-
-TEST(CMReply, CompletionOnAnotherThreadRunsAutoWatcherInTheReceiversThread) {
     CMReply<int> reply;
     QObject receiver;
     QThread* ranIn = nullptr;
     reply.onFinished(&receiver, [&](const CMReply<int>&) { ranIn = QThread::currentThread(); });
-    std::unique_ptr<QThread> thread(QThread::create([reply] { reply.setValue(1); }));
+    std::unique_ptr<QThread> thread(QThread::create([reply] { reply.setValue(42); }));
     thread->start();
+    EXPECT_TRUE(reply.waitForFinished());
+    EXPECT_EQ(reply.value(), 42);
     thread->wait();
     EXPECT_TRUE(waitUntil([&] { return ranIn != nullptr; }));
     EXPECT_EQ(ranIn, receiver.thread());
 }
 
-TEST(CMReply, HandlesShareStateAndCompareByIdentity) {
+TEST(CMReply, HandlesShareStateCompareByIdentityAndViewTheirType) {
     CMReply<int> a;
     CMReply<int> copy = a;
-    CMReply<int> b;
     EXPECT_EQ(a, copy);
-    EXPECT_NE(a, b);
+    EXPECT_NE(a, CMReply<int>());
     EXPECT_EQ(qHash(CMVoidReply(a)), qHash(CMVoidReply(copy)));
+    CMReplyWatcherObject watcher;
+    int signals = 0;
+    QObject::connect(&watcher, &CMReplyWatcherObject::finishedSignal, [&](const CMVoidReply& r) {
+        EXPECT_EQ(r, CMVoidReply(a));
+        ++signals;
+    });
+    a.addWatcher(&watcher);
     copy.setValue(9);
-    EXPECT_TRUE(a.isFinished());
     EXPECT_EQ(a.value(), 9);
+    EXPECT_EQ(signals, 1);
+    EXPECT_FALSE(CMReply<int>::fromVoid(a).isNull());
+    EXPECT_TRUE(CMReply<bool>::fromVoid(a).isNull());
 
     CMVoidReply null(nullptr);
     EXPECT_TRUE(!null);
     null.setValue(); // no effect, no crash
     EXPECT_FALSE(null.isFinished());
-}
-
-TEST(CMReply, RawWatcherObjectEmitsFinishedSignal) {
-    CMReply<QVariant> reply;
-    CMReplyWatcherObject watcher;
-    int signals = 0;
-    QObject::connect(&watcher, &CMReplyWatcherObject::finishedSignal, [&](const CMVoidReply& r) {
-        EXPECT_EQ(r, CMVoidReply(reply));
-        ++signals;
-    });
-    reply.addWatcher(&watcher);
-    reply.setValue(QVariant(1));
-    EXPECT_EQ(signals, 1);
-}
-
-TEST(CMReply, TypedViewOfAnUntypedReply) {
-    CMReply<int> typed;
-    CMVoidReply untyped = typed;
-    EXPECT_FALSE(CMReply<int>::fromVoid(untyped).isNull());
-    EXPECT_TRUE(CMReply<bool>::fromVoid(untyped).isNull());
 }
 
 TEST(CMReplyDeathTest, WrongTypeInOnFinishedStopsTheProgram) {
