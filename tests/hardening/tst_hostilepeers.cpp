@@ -196,10 +196,11 @@ TEST_F(HostilePeersTest, PlaylistDownloadsNeverStallTheEventLoopNorStartThreads)
             ASSERT_TRUE(jobs.back()->fetch());
         }
         ASSERT_TRUE(waitUntil([&] { return done == peer.fetches; }, WaitMs));
-        // Budgets scale with ZUVO_TEST_TIME_SCALE (sanitizers, emulation); the
-        // wall-time bound only catches a blocked thread on a loaded machine.
+        // Budgets scale with ZUVO_TEST_TIME_SCALE (sanitizers, emulation). The
+        // wall-time bound is loose, since a busy machine preempts the thread
+        // for hundreds of milliseconds: it catches a thread blocked on a peer.
         EXPECT_LT(probe.longestCpuMs, zuvotest::scaledMs(50));
-        EXPECT_LT(probe.longestWallMs, zuvotest::scaledMs(250));
+        EXPECT_LT(probe.longestWallMs, zuvotest::scaledMs(1000));
         EXPECT_LE(probe.mostThreads, threadsBefore + 2);
     }
     EXPECT_TRUE(allDownloadsGone());
