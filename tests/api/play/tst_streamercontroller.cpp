@@ -16,9 +16,6 @@
 #include "support/teststreamerservice.h"
 #include "zuvostreamerinterface.h"
 
-// StreamerController over ZuvoStreamerInterface and a TestStreamerService:
-// the controller is driven through the same model paths the device uses.
-
 using Command = TestStreamerService::Command;
 using State = StreamerController::State;
 using zuvotest::drainEvents;
@@ -30,7 +27,6 @@ constexpr auto kError = log4cplus::ERROR_LOG_LEVEL;
 
 namespace {
 
-// A record of playbackId in state, with a streamer error when code is not 0.
 ZuvoStreamerData dataOf(int playbackId, ZuvoPlayLogicState::Enum state, int code = 0,
                         const QString& message = QString()) {
     ZuvoStreamerData data = TestStreamerService::makeData(playbackId, state);
@@ -47,9 +43,7 @@ ZuvoStreamerData running(int playbackId, bool nearEnd, int step) {
     return data;
 }
 
-CMError busy() {
-    return CMError(QStringLiteral("Busy"), TrString("busy"));
-}
+const CMError kBusy(QStringLiteral("Busy"), TrString("busy"));
 
 template <typename T> bool finished(const CMReply<T>& reply) {
     return waitUntil([&] { return reply.isFinished(); });
@@ -64,7 +58,6 @@ protected:
     TestStreamerService service{root.nodes()};
     QSharedPointer<ZuvoStreamerInterface> streamer;
     std::unique_ptr<StreamerController> controller;
-    // What the controller emitted.
     QList<QPair<ZuvoStreamerData, ZuvoStreamerData>> reported;
     int prepareCount = 0;
     QList<qint64> times;
@@ -73,15 +66,13 @@ protected:
 
     void SetUp() override { recreate(); }
 
-    // A fresh controller, streamer access and service (for table rows).
     void recreate() {
         controller.reset();
         service.reset();
         drainEvents();
         reported.clear();
         prepareCount = 0;
-        streamer = QSharedPointer<ZuvoStreamerInterface>::create();
-        controller = std::make_unique<StreamerController>(streamer);
+        controller = std::make_unique<StreamerController>(streamer = decltype(streamer)::create());
         StreamerController* c = controller.get();
         QObject::connect(c, &StreamerController::streamerDataChanged,
                          [this](const ZuvoStreamerData& n, const ZuvoStreamerData& o) {
@@ -129,8 +120,6 @@ protected:
 
 } // namespace
 
-// ---------------------------------------------------------------- queue and states
-
 TEST_F(StreamerControllerTest, StateTable) {
     enum Setup { Stopped, Starting, Playing, Replacing, Stopping };
     enum Event { PlayInvoked, PlaySucceeded, PlayFailed, StopInvoked, StreamerStopped, Reenabled };
@@ -145,7 +134,7 @@ TEST_F(StreamerControllerTest, StateTable) {
     const std::vector<std::function<void()>> events = {
         [&] { service.holdNext(Command::play); controller->play(ZuvoRoles(), false); drainEvents(); },
         [&] { EXPECT_TRUE(service.releaseHeld(Command::play, 7)); drainEvents(); },
-        [&] { EXPECT_TRUE(service.failHeld(Command::play, busy())); drainEvents(); },
+        [&] { EXPECT_TRUE(service.failHeld(Command::play, kBusy)); drainEvents(); },
         [&] { controller->stop(); drainEvents(); },
         [&] { publish(dataOf(1, kStopped)); },
         [&] { controller->disable(); controller->enable(); },
@@ -260,23 +249,20 @@ TEST_F(StreamerControllerTest, PlayWhilePlayingReplacesWithoutStopAndPostponesTh
 }
 
 TEST_F(StreamerControllerTest, DisabledControllerRefusesEverything) {
-    const std::vector<std::function<CMVoidReply()>> requests = {
-        [&] { return controller->play(ZuvoRoles(), false); },
-        [&] { return controller->playNext(ZuvoRoles()); },
-        [&] { return controller->stop(); },
-        [&] { return controller->pause(); },
-        [&] { return controller->resume(); },
-        [&] { return controller->seekTime(5); },
-        [&] { return controller->seekBytes(5); },
-    };
     for (bool afterDisable : {false, true}) {
+        SCOPED_TRACE(afterDisable ? "after disable()" : "before enable()");
         if (afterDisable) {
             controller->enable();
             controller->disable();
         }
-        for (size_t i = 0; i < requests.size(); ++i) {
-            SCOPED_TRACE(testing::Message() << "request " << i << (afterDisable ? " after disable()" : ""));
-            const CMVoidReply reply = requests[i]();
+        const QList<CMVoidReply> refused = {controller->play(ZuvoRoles(), false),
+                                            controller->playNext(ZuvoRoles()),
+                                            controller->stop(),
+                                            controller->pause(),
+                                            controller->resume(),
+                                            controller->seekTime(5),
+                                            controller->seekBytes(5)};
+        for (const CMVoidReply& reply : refused) {
             EXPECT_TRUE(reply.isFinished());
             EXPECT_EQ(reply.error().name(), CMError::DefaultName());
             EXPECT_EQ(reply.error().message(), QStringLiteral("Streamer is not enabled"));
@@ -347,8 +333,6 @@ TEST(StreamerControllerDeathTest, BrokenInvariantsStopTheProgram) {
         "m_state != State::stopped");
 }
 
-// ---------------------------------------------------------------- stops
-
 TEST_F(StreamerControllerTest, StopsWaitForTheStreamerAndMergeWhileOneWaits) {
     startPlaying();
     const CMReply<bool> first = controller->stop();
@@ -390,8 +374,6 @@ TEST_F(StreamerControllerTest, StopsWaitForTheStreamerAndMergeWhileOneWaits) {
     }
     EXPECT_EQ(controller->state(), State::stopped);
 }
-
-// ---------------------------------------------------------------- data attribution and restarts
 
 TEST_F(StreamerControllerTest, RecordsArePassedOnWithTheRolesOfTheirPlaybackOrDropped) {
     controller->enable();
@@ -480,7 +462,7 @@ TEST_F(StreamerControllerTest, StoppedBeforeThePlayReplyLetsTheReplyDecide) {
         EXPECT_EQ(controller->state(), State::starting);
         EXPECT_FALSE(reportedStopped());
         ASSERT_TRUE(succeeds ? service.releaseHeld(Command::play, 5)
-                             : service.failHeld(Command::play, busy()));
+                             : service.failHeld(Command::play, kBusy));
         ASSERT_TRUE(finished(replacement));
         EXPECT_EQ(replacement.hasError(), !succeeds);
         EXPECT_EQ(controller->state(), succeeds ? State::playing : State::stopped);
@@ -502,7 +484,7 @@ TEST_F(StreamerControllerTest, RecordsWhileAStopIsSentInTheStoppedStateKeepTheQu
     const CMReply<bool> stop = controller->stop();
     publish(dataOf(old, kStopped));
     service.holdNext(Command::stop);
-    ASSERT_TRUE(service.failHeld(Command::play, busy()));
+    ASSERT_TRUE(service.failHeld(Command::play, kBusy));
     ASSERT_TRUE(service.waitForCount(Command::stop, 1));
     EXPECT_EQ(controller->state(), State::stopped);
     const int reportedBefore = reported.size();
@@ -534,7 +516,7 @@ TEST_F(StreamerControllerTest, AdversarialOrdersNeverStallTheQueue) {
         [&] { publish(dataOf(1, kStopped)); },
         [&] { publish(TestStreamerService::restartedData()); },
         [&] { if (service.releaseHeld(Command::play, nextId)) newest = nextId++; drainEvents(); },
-        [&] { service.failHeld(Command::play, busy()); drainEvents(); },
+        [&] { service.failHeld(Command::play, kBusy); drainEvents(); },
     };
     // clang-format on
     std::vector<int> order = {0, 1, 2, 3, 4, 5};
@@ -565,8 +547,6 @@ TEST_F(StreamerControllerTest, AdversarialOrdersNeverStallTheQueue) {
         EXPECT_FALSE(last.hasError());
     } while (!HasFailure() && std::next_permutation(order.begin(), order.end()));
 }
-
-// ---------------------------------------------------------------- near end and prepare-next
 
 TEST_F(StreamerControllerTest, HowAPlaybackGoesOnDecidesHowOftenTheNextMediaIsAskedFor) {
     const auto disableOnStop = [&] { // a play logic that ends its playback on the stopped record
@@ -611,29 +591,8 @@ TEST_F(StreamerControllerTest, HowAPlaybackGoesOnDecidesHowOftenTheNextMediaIsAs
     }
 }
 
-// ---------------------------------------------------------------- buffering and play time
-
-TEST_F(StreamerControllerTest, BufferingLevelIsTruncatedTowardZeroAndPlayTimeIsPassedOn) {
+TEST_F(StreamerControllerTest, BufferingPlayTimeBufferedBytesAndABufferingConfigThatDisableRestores) {
     EXPECT_EQ(controller->buffering(), -1) << "not listening before enable()";
-    controller->enable();
-    controller->enable(); // a second enable watches nothing twice
-    service.publishPlayTime(1234);
-    const std::vector<std::pair<double, int>> cases = {
-        {99.9, 99}, {50.0, 50}, {0.5, 0}, {-1.0, -1}, {100.0, 100}, {-0.5, 0}, {qQNaN(), -1}, {1e12, INT_MAX},
-    };
-    for (const auto& [level, percent] : cases) {
-        SCOPED_TRACE(level);
-        service.publishBufferingLevel(level);
-        ASSERT_TRUE(
-            waitUntil([&, percent = percent] { return !levels.isEmpty() && levels.last() == percent; }));
-        EXPECT_EQ(controller->buffering(), percent);
-    }
-    drainEvents();
-    EXPECT_EQ(levels.size(), int(cases.size()));
-    EXPECT_EQ(times, QList<qint64>{1234});
-}
-
-TEST_F(StreamerControllerTest, BufferedBytesReportsAndABufferingConfigThatDisableRestores) {
     const QVariantHash defaultConfig{{QStringLiteral("minMs"), 500}},
         customConfig{{QStringLiteral("minMs"), 4000}};
     ZuvoValue value;
@@ -656,14 +615,28 @@ TEST_F(StreamerControllerTest, BufferedBytesReportsAndABufferingConfigThatDisabl
     };
 
     controller->enable();
+    controller->enable(); // a second enable watches nothing twice
+    service.publishPlayTime(1234);
+    const std::vector<std::pair<double, int>> cases = {
+        {99.9, 99}, {50.0, 50}, {0.5, 0}, {-1.0, -1}, {100.0, 100}, {-0.5, 0}, {qQNaN(), -1}, {1e12, INT_MAX},
+    };
+    for (const auto& [level, percent] : cases) {
+        SCOPED_TRACE(level);
+        service.publishBufferingLevel(level);
+        ASSERT_TRUE(
+            waitUntil([&, percent = percent] { return !levels.isEmpty() && levels.last() == percent; }));
+        EXPECT_EQ(controller->buffering(), percent);
+    }
     controller->reportBufferedBytes(true);
     controller->reportBufferedBytes(true);
     EXPECT_EQ(sent(), (expected << reports(true) << reports(true)));
+    EXPECT_EQ(levels.size(), int(cases.size()));
+    EXPECT_EQ(times, QList<qint64>{1234});
     EXPECT_EQ(ZuvoStreamerSetAttributesArgs(service.last(Command::setAttributes).args()).playbackId(), -1);
-    service.publishBufferedBytes(4096);
-    ASSERT_TRUE(waitUntil([&] { return !buffered.isEmpty(); }));
-    service.publishBufferedBytes(8192);
-    ASSERT_TRUE(waitUntil([&] { return buffered.size() >= 2; }));
+    for (qint64 bytes : {4096, 8192}) {
+        service.publishBufferedBytes(bytes);
+        ASSERT_TRUE(waitUntil([&] { return !buffered.isEmpty() && buffered.last() == bytes; }));
+    }
     drainEvents();
     EXPECT_EQ(buffered, (QList<int64_t>{4096, 8192})) << "one connection only";
     EXPECT_EQ(controller->bufferedBytes(), 8192);
