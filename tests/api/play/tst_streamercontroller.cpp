@@ -1,10 +1,13 @@
+#include <QMetaEnum>
 #include <QTimer>
 #include <algorithm>
 #include <climits>
 #include <functional>
 #include <gtest/gtest.h>
+#include <map>
 #include <memory>
 #include <tuple>
+#include <type_traits>
 #include <vector>
 
 #include "model/cmnodes.h"
@@ -63,6 +66,7 @@ protected:
     QList<qint64> times;
     QList<int> levels;
     QList<int64_t> buffered;
+    std::map<QString, std::function<QString()>> replies; // a script's replies by label
 
     void SetUp() override { recreate(); }
 
@@ -71,6 +75,7 @@ protected:
         service.reset();
         drainEvents();
         reported.clear();
+        replies.clear();
         prepareCount = 0;
         controller = std::make_unique<StreamerController>(streamer = decltype(streamer)::create());
         StreamerController* c = controller.get();
@@ -110,6 +115,118 @@ protected:
         const CMReply<int> reply = controller->play(roles, false);
         EXPECT_TRUE(service.waitForCount(Command::play, before + 1));
         return reply;
+    }
+
+    // Runs a scenario script, one step a line. Actions: "enable", "started L"
+    // (startPlaying), "held L" (heldPlay), "play L [paused]", "next L", "stop L"
+    // (L labels the reply; play roles are titled L), "hold|release|fail COMMAND
+    // [id]" (fail with kBusy), "wait COMMAND N", "data ID STATE [CODE [MESSAGE]]",
+    // "restart", "drain", "mark" (also clears the log), "disable", "window"/"close"
+    // (the postponed-stop timer: checked and held open, then let run). Checks: "state S", "sent C,C,...", "is
+    // L=V ..." (V: the value, or "pending", or "ErrorName:message" with '_' for spaces, or just "ErrorName"),
+    // "ended yes|no", "asked N", "roles L", "crashed L", "unchanged" (nothing reported since "mark"), "logged
+    // warn|error text" (then clears the log), "nextArgs L" (what the second play and the playNext of L sent).
+    void run(const QStringList& steps) {
+        const QMetaEnum commands = QMetaEnum::fromType<Command>();
+        const std::map<QString, ZuvoPlayLogicState::Enum> states = {
+            {"stopped", kStopped}, {"playing", kPlaying}, {"paused", ZuvoPlayLogicState::paused}};
+        int marked = 0;
+        QStringList w;
+        QString a, b;
+        const auto command = [&] { return Command(commands.keyToValue(qPrintable(a))); };
+        const auto sent = [&] {
+            QStringList names;
+            for (Command c : service.commands())
+                names << commands.valueToKey(int(c));
+            return names.join(',');
+        };
+        // clang-format off
+        const std::map<QString, std::function<void()>> actions = {
+            {"enable", [&] { controller->enable(); }},
+            {"disable", [&] { controller->disable(); }},
+            {"started", [&] { const CMReply<int> id; id.setValue(startPlaying(rolesTitled(a))); keep(a, id); }},
+            {"held", [&] { keep(a, heldPlay(rolesTitled(a))); }},
+            {"play", [&] { keep(a, controller->play(rolesTitled(a), b == "paused")); }},
+            {"next", [&] { keep(a, controller->playNext(rolesTitled(a))); }},
+            {"stop", [&] { keep(a, controller->stop()); }},
+            {"hold", [&] { service.holdNext(command()); }},
+            {"release", [&] { EXPECT_TRUE(service.releaseHeld(command(), b.isEmpty() ? QVariant() : b.toInt())); }},
+            {"fail", [&] { EXPECT_TRUE(service.failHeld(command(), kBusy)); }},
+            {"wait", [&] { EXPECT_TRUE(service.waitForCount(command(), b.toInt())); }},
+            {"data", [&] { publish(dataOf(a.toInt(), states.at(b), w.value(3).toInt(), w.mid(4).join(' '))); }},
+            {"restart", [&] { publish(TestStreamerService::restartedData()); }},
+            {"drain", [&] { drainEvents(); }},
+            {"mark", [&] { marked = reported.size(); log.clear(); }},
+            {"window", [&] { // the replaced playback's stop is postponed; kept open however slow this machine is
+                 ASSERT_TRUE(postponeTimer() && postponeTimer()->isActive());
+                 EXPECT_EQ(postponeTimer()->interval(), 100);
+                 postponeTimer()->setInterval(60000); }},
+            {"close", [&] { postponeTimer()->setInterval(1); // restarts the running timer
+                 ASSERT_TRUE(waitUntil([&] { return !postponeTimer()->isActive(); }));
+                 drainEvents(); }},
+            {"state", [&] { EXPECT_EQ(testing::PrintToString(controller->state()), a.toStdString()); }},
+            {"sent", [&] { EXPECT_EQ(sent(), a); }},
+            {"is", [&] { checkReplies(w.mid(1)); }},
+            {"ended", [&] { EXPECT_EQ(reportedStopped(), a == "yes"); }},
+            {"asked", [&] { EXPECT_EQ(prepareCount, a.toInt()); }},
+            {"roles", [&] { EXPECT_EQ(reported.last().first.trackRoles(), rolesTitled(a)); }},
+            {"crashed", [&] { ASSERT_TRUE(reportedStopped());
+                 const ZuvoStreamerData last = reported.last().first;
+                 EXPECT_EQ(last.error().name(), ZuvoStreamerErrorCrashed());
+                 EXPECT_EQ(last.state(), kStopped);
+                 EXPECT_EQ(last.trackRoles(), rolesTitled(a)); }},
+            {"unchanged", [&] { EXPECT_EQ(reported.size(), marked); }},
+            {"logged", [&] { EXPECT_TRUE(log.contains(a == "warn" ? log4cplus::WARN_LOG_LEVEL : kError,
+                                                      w.mid(2).join(' '))) << log.toString().toStdString();
+                 log.clear(); }},
+            {"nextArgs", [&] { // the second play started paused; playNext sends the roles only
+                 EXPECT_EQ(ZuvoStreamerPlayArgs(service.invocations(Command::play).at(1).args()).attributes().toHash(),
+                           (QVariantHash{{ZuvoStreamerAttributesStartPaused(), true}}));
+                 const QVariantHash next = service.last(Command::setNextMedia).args();
+                 EXPECT_EQ(ZuvoStreamerPlayArgs(next).roles(), rolesTitled(a));
+                 EXPECT_FALSE(next.contains(ZuvoStreamerPlayArgs::Attributes())); }},
+        };
+        // clang-format on
+        for (const QString& step : steps) {
+            SCOPED_TRACE(step.toStdString());
+            w = step.split(' ');
+            a = w.value(1);
+            b = w.value(2);
+            if (actions.count(w[0]))
+                actions.at(w[0])();
+            else
+                ADD_FAILURE() << "bad step";
+        }
+    }
+
+    template <typename T> void keep(const QString& label, const CMReply<T>& reply) {
+        replies[label] = [reply]() -> QString {
+            if (!reply.isFinished())
+                return QStringLiteral("pending");
+            const CMError e = reply.error(); // a title other than the default is shown too
+            if (!e.isEmpty())
+                return QString(
+                           e.name() +
+                           (e.title() == CMError::DefaultTitle().toString() ? "" : '(' + e.title() + ')') +
+                           ':' + e.message())
+                    .replace(' ', '_');
+            if constexpr (std::is_void_v<T>)
+                return QStringLiteral("ok");
+            else
+                return QVariant::fromValue(reply.value()).toString();
+        };
+    }
+
+    // Waits (bounded) until every "label=value" holds, then checks each.
+    void checkReplies(const QStringList& expected) {
+        const auto holds = [&](const QString& e) {
+            const QString label = e.section('=', 0, 0), want = e.section('=', 1), got = replies.at(label)();
+            return got == want || got.startsWith(want + ':');
+        };
+        waitUntil([&] { return std::all_of(expected.begin(), expected.end(), holds); });
+        for (const QString& e : expected)
+            EXPECT_TRUE(holds(e)) << e.toStdString() << ", got "
+                                  << replies.at(e.section('=', 0, 0))().toStdString();
     }
 
     bool reportedStopped() const {
@@ -163,88 +280,59 @@ TEST_F(StreamerControllerTest, StateTable) {
     }
 }
 
-TEST_F(StreamerControllerTest, OnlyTheHeadOfTheQueueIsInFlight) {
-    controller->enable();
-    const CMReply<int> first = heldPlay(rolesTitled(QStringLiteral("a")));
-    const CMReply<int> second = controller->play(rolesTitled(QStringLiteral("b")), true);
-    const CMReply<bool> stopped = controller->stop();
-    const CMReply<int> next = controller->playNext(rolesTitled(QStringLiteral("c")));
-    drainEvents();
-    EXPECT_EQ(service.commands(), QList<Command>{Command::play});
-
-    ASSERT_TRUE(service.releaseHeld(Command::play, 11));
-    ASSERT_TRUE(finished(second));
-    EXPECT_EQ(first.value(), 11);
-    EXPECT_EQ(second.value(), 1);
-    drainEvents(); // the stop now waits for the streamer to report stopped, the playNext behind it
-    EXPECT_EQ(service.commands(), (QList<Command>{Command::play, Command::play, Command::stop}));
-    EXPECT_EQ(controller->state(), State::stopping);
-
-    publish(dataOf(1, kStopped));
-    ASSERT_TRUE(finished(next));
-    EXPECT_TRUE(stopped.value());
-    EXPECT_EQ(next.value(), 2);
-    EXPECT_EQ(service.commands(),
-              (QList<Command>{Command::play, Command::play, Command::stop, Command::setNextMedia}));
-    EXPECT_EQ(ZuvoStreamerPlayArgs(service.invocations(Command::play).at(1).args()).attributes().toHash(),
-              (QVariantHash{{ZuvoStreamerAttributesStartPaused(), true}}));
-    const QVariantHash nextArgs = service.last(Command::setNextMedia).args();
-    EXPECT_EQ(ZuvoStreamerPlayArgs(nextArgs).roles(), rolesTitled(QStringLiteral("c")));
-    EXPECT_FALSE(nextArgs.contains(ZuvoStreamerPlayArgs::Attributes()));
-}
-
-TEST_F(StreamerControllerTest, PlayRepliesWithoutAUsablePlaybackIdFailAndTheQueueGoesOn) {
-    controller->enable();
-    const QString invalid = QStringLiteral("Invalid playback id");
-    // The streamer's answer (id or error) and the error expected.
-    const std::vector<std::tuple<QVariant, CMError, QString, QString>> cases = {
-        {-1, CMError(), CMError::DefaultName(), invalid},
-        {QVariant(), CMError(), CMError::DefaultName(), invalid},
-        {QVariant(), CMError(QStringLiteral("NoDevice"), TrString("no device")), QStringLiteral("NoDevice"),
-         QStringLiteral("no device")},
+TEST_F(StreamerControllerTest, Scripts) {
+    // clang-format off
+    const std::vector<std::pair<const char*, QStringList>> scripts = {
+        {"only the head of the queue is in flight", {
+            "enable", "held a", "play b paused", "stop s", "next c", "drain", "sent play",
+            "release play 11", "is a=11 b=1", "drain", "sent play,play,stop", "state stopping",
+            "data 1 stopped", "is s=true c=2", "sent play,play,stop,setNextMedia", "nextArgs c"}},
+        {"play replies without a usable id fail, the queue goes on", {
+            "enable", "held a", "release play -1", "is a=GeneralError:Invalid_playback_id", "state stopped",
+            "held b", "release play", "is b=GeneralError:Invalid_playback_id", "state stopped",
+            "held c", "fail play", "is c=Busy:busy", "state stopped", "play d", "is d=1", "state playing"}},
+        {"stops wait for the streamer and merge while one waits", {
+            "started a", "stop s1", "stop s2", "drain", "sent play,stop", "state stopping", "is s1=pending",
+            "data 1 stopped", "is s1=true s2=true", "state stopped", "ended yes", "asked 0",
+            // stopped, the end passed on: a stop is still sent, and holds the queue until answered
+            "hold stop", "stop s3", "play p", "wait stop 2", "drain", "sent play,stop,stop", "state stopped",
+            "release stop", "is s3=false p=2",
+            // a stop ending in a streamer error fails every merged reply with its message
+            "data 2 playing", "stop f1", "stop f2", "data 2 stopped -5 device gone",
+            "is f1=GeneralError:device_gone f2=GeneralError:device_gone", "state stopped"}},
+        // The old playback stops before the replacement's reply: the reply decides.
+        {"stopped before the play reply, which succeeds", {
+            "started a", "held n", "data 1 stopped", "state starting", "ended no", "release play 5", "is n=5",
+            "state playing", "data 5 playing", "roles n", "ended no"}},
+        {"stopped before the play reply, which fails", {
+            "started a", "held n", "data 1 stopped", "state starting", "ended no", "fail play", "is n=Busy",
+            "state stopped", "ended yes"}},
+        // The stop queued behind the failed replacement goes out in the stopped
+        // state while the old playback still counts as active.
+        {"records while a stop is sent in the stopped state keep the queue intact", {
+            "started a", "held n", "stop s", "data 1 stopped", "hold stop", "fail play", "wait stop 1",
+            "state stopped", "mark", "restart", "unchanged", "data 1 stopped -13", "is s=pending",
+            "release stop", "is s=true", "ended yes", "play x", "is x=2"}},
+        // A play while playing replaces without a stop and postpones the old stop.
+        {"replaced, the new playback runs", {
+            "started a", "play b", "is b=2", "sent play,play", "state playing", "window", "data 1 stopped",
+            "data 2 playing", "ended no", "close", "ended no", "state playing", "roles b"}},
+        {"replaced, nothing more arrives", {
+            "started a", "play b", "is b=2", "sent play,play", "state playing", "window", "data 1 stopped",
+            "ended no", "close", "ended yes", "state stopped"}},
+        {"a restart ends the running playback as crashed", {
+            "started a", "restart", "logged warn Streamer restarted", "crashed a", "state stopped", "asked 0"}},
+        {"a restart before the playback's first record", {
+            "enable", "play a", "is a=1", "restart", "crashed a", "state stopped", "asked 0"}},
+        {"a restart fails a waiting stop", {
+            "started a", "stop s", "restart", "crashed a", "state stopped", "is s=GeneralError"}},
     };
-    for (const auto& [id, error, name, message] : cases) {
-        SCOPED_TRACE(name.toStdString() + " " + id.toString().toStdString());
-        const CMReply<int> reply = heldPlay();
-        ASSERT_TRUE(error.isEmpty() ? service.releaseHeld(Command::play, id)
-                                    : service.failHeld(Command::play, error));
-        ASSERT_TRUE(finished(reply));
-        EXPECT_EQ(reply.error().name(), name);
-        EXPECT_EQ(reply.error().message(), message);
-        EXPECT_EQ(controller->state(), State::stopped) << "a starting controller returns to stopped";
-    }
-    const CMReply<int> ok = controller->play(ZuvoRoles(), false);
-    ASSERT_TRUE(finished(ok));
-    EXPECT_EQ(ok.value(), 1);
-    EXPECT_EQ(controller->state(), State::playing);
-}
-
-TEST_F(StreamerControllerTest, PlayWhilePlayingReplacesWithoutStopAndPostponesTheOldStop) {
-    for (bool newPlaybackRuns : {true, false}) {
-        SCOPED_TRACE(newPlaybackRuns ? "the new playback reports running" : "nothing more arrives");
+    // clang-format on
+    for (const auto& [name, steps] : scripts) {
+        SCOPED_TRACE(name);
         recreate();
-        const int old = startPlaying();
-        const CMReply<int> replacement = controller->play(rolesTitled(QStringLiteral("second")), false);
-        ASSERT_TRUE(finished(replacement));
-        EXPECT_EQ(service.count(Command::stop), 0);
-        EXPECT_EQ(controller->state(), State::playing);
-        ASSERT_NE(postponeTimer(), nullptr);
-        EXPECT_TRUE(postponeTimer()->isActive());
-        EXPECT_EQ(postponeTimer()->interval(), 100);
-        postponeTimer()->setInterval(60000); // keeps the window open however slow this machine is
-
-        publish(dataOf(old, kStopped)); // the replaced playback reports its stop late: nobody is told now
-        if (newPlaybackRuns)
-            publish(dataOf(replacement.value(), kPlaying));
-        EXPECT_FALSE(reportedStopped());
-
-        postponeTimer()->setInterval(1); // restarts the running timer
-        ASSERT_TRUE(waitUntil([&] { return !postponeTimer()->isActive(); }));
-        drainEvents();
-        EXPECT_EQ(reportedStopped(), !newPlaybackRuns) << "still stopped when the window closes";
-        EXPECT_EQ(controller->state(), newPlaybackRuns ? State::playing : State::stopped);
-        EXPECT_TRUE(!newPlaybackRuns ||
-                    reported.last().first.trackRoles() == rolesTitled(QStringLiteral("second")));
+        log.clear();
+        run(steps);
     }
 }
 
@@ -333,173 +421,27 @@ TEST(StreamerControllerDeathTest, BrokenInvariantsStopTheProgram) {
         "m_state != State::stopped");
 }
 
-TEST_F(StreamerControllerTest, StopsWaitForTheStreamerAndMergeWhileOneWaits) {
-    startPlaying();
-    const CMReply<bool> first = controller->stop();
-    const CMReply<bool> second = controller->stop();
-    drainEvents();
-    EXPECT_EQ(service.count(Command::stop), 1);
-    EXPECT_EQ(controller->state(), State::stopping);
-    EXPECT_FALSE(first.isFinished());
-    publish(dataOf(1, kStopped));
-    ASSERT_TRUE(first.isFinished() && second.isFinished());
-    EXPECT_TRUE(first.value() && second.value());
-    EXPECT_EQ(controller->state(), State::stopped);
-    EXPECT_TRUE(reportedStopped()) << "the playback's end is passed on";
-    EXPECT_EQ(prepareCount, 0) << "our own stop asks for no next media";
-
-    // Stopped, the playback's end reported: a stop is sent anyway and holds
-    // the queue until the streamer answers it.
-    service.holdNext(Command::stop);
-    const CMReply<bool> third = controller->stop();
-    const CMReply<int> play = controller->play(ZuvoRoles(), false);
-    ASSERT_TRUE(service.waitForCount(Command::stop, 2));
-    drainEvents();
-    EXPECT_EQ(service.count(Command::play), 1);
-    EXPECT_EQ(controller->state(), State::stopped);
-    ASSERT_TRUE(service.releaseHeld(Command::stop));
-    ASSERT_TRUE(finished(play));
-    EXPECT_FALSE(third.value());
-    EXPECT_EQ(play.value(), 2);
-
-    // A stop ending in a streamer error fails every merged reply with its message.
-    publish(dataOf(2, kPlaying));
-    const QList<CMReply<bool>> failing = {controller->stop(), controller->stop()};
-    publish(dataOf(2, kStopped, -5, QStringLiteral("device gone")));
-    for (const CMReply<bool>& reply : failing) {
-        ASSERT_TRUE(reply.isFinished());
-        EXPECT_EQ(reply.error().name(), CMError::DefaultName());
-        EXPECT_EQ(reply.error().title(), CMError::DefaultTitle().toString());
-        EXPECT_EQ(reply.error().message(), QStringLiteral("device gone"));
-    }
-    EXPECT_EQ(controller->state(), State::stopped);
-}
-
 TEST_F(StreamerControllerTest, RecordsArePassedOnWithTheRolesOfTheirPlaybackOrDropped) {
-    controller->enable();
-    publish(dataOf(1, ZuvoPlayLogicState::paused));
-    EXPECT_TRUE(reported.isEmpty()) << "no playback is active yet";
-    startPlaying(rolesTitled(QStringLiteral("a")));
-    ASSERT_EQ(reported.size(), 1);
-    EXPECT_EQ(reported[0].first.trackRoles(), rolesTitled(QStringLiteral("a")))
-        << "filled in from the playback";
+    // One playback before the newest is kept (b), older ones are forgotten.
+    run({"enable", "data 1 paused", "unchanged", "started a", "roles a", "play b", "play c", "is b=2 c=3",
+         "data 3 playing", "roles c", "data 2 paused", "roles b"});
     EXPECT_TRUE(reported[0].second.isEmpty());
-    for (const char* title : {"b", "c"})
-        ASSERT_TRUE(finished(controller->play(rolesTitled(QString::fromLatin1(title)), false)));
-    publish(dataOf(3, kPlaying));
-    EXPECT_EQ(reported.last().first.trackRoles(), rolesTitled(QStringLiteral("c")));
-    // One playback before the newest is kept, older ones are forgotten.
-    publish(dataOf(2, ZuvoPlayLogicState::paused));
-    EXPECT_EQ(reported.last().first.trackRoles(), rolesTitled(QStringLiteral("b")));
     ZuvoStreamerData own = dataOf(2, kPlaying);
     own.setTrackRoles(rolesTitled(QStringLiteral("from the streamer")));
     const ZuvoStreamerData previous = reported.last().first;
     publish(own);
     EXPECT_EQ(reported.last(), qMakePair(own, previous)) << "roles the streamer sends are kept";
-
-    const std::vector<std::pair<ZuvoStreamerData, QString>> dropped = {
-        {dataOf(1, ZuvoPlayLogicState::paused), QStringLiteral("Streamer data changed without our id: 1")},
-        {dataOf(42, kStopped), QStringLiteral("Streamer data changed without our id: 42")},
-        {dataOf(-1, kStopped), QStringLiteral("Invalid playback Id with error")},
-        {dataOf(-1, kPlaying, -5), QStringLiteral("Invalid playback Id with error")},
-        {dataOf(-1, kPlaying),
-         QStringLiteral("Invalid playback Id without error, this should newer happened")},
-    };
-    for (const auto& [data, message] : dropped) {
-        SCOPED_TRACE(message.toStdString());
-        log.clear();
-        const int reportedBefore = reported.size();
-        publish(data);
-        EXPECT_TRUE(log.contains(kError, message)) << log.toString().toStdString();
-        EXPECT_EQ(reported.size(), reportedBefore);
-        EXPECT_EQ(controller->state(), State::playing);
-    }
-    EXPECT_EQ(prepareCount, 0);
-
-    controller->disable();
-    EXPECT_TRUE(log.contains(kError, QStringLiteral("Disabling Streamer while not in stopped state")));
-    EXPECT_EQ(controller->state(), State::stopped);
-    reported.clear();
-    publish(dataOf(2, kStopped));
-    EXPECT_TRUE(reported.isEmpty()) << "disabled: no longer watching";
-    controller->disable(); // a second disable is harmless
-}
-
-TEST_F(StreamerControllerTest, ARestartEndsTheRunningPlaybackAsCrashed) {
-    for (const auto& [dataSeen, stopWaiting] :
-         std::vector<std::pair<bool, bool>>{{true, false}, {false, false}, {true, true}}) {
-        SCOPED_TRACE(testing::Message() << "data seen " << dataSeen << ", stop waiting " << stopWaiting);
-        recreate();
-        log.clear();
-        const ZuvoRoles roles = rolesTitled(QStringLiteral("crashing"));
-        controller->enable();
-        const CMReply<int> play = controller->play(roles, false);
-        ASSERT_TRUE(finished(play));
-        if (dataSeen)
-            publish(dataOf(play.value(), kPlaying));
-        const CMReply<bool> stop = stopWaiting ? controller->stop() : CMReply<bool>(nullptr);
-
-        publish(TestStreamerService::restartedData());
-        EXPECT_TRUE(log.contains(log4cplus::WARN_LOG_LEVEL, QStringLiteral("Streamer restarted")));
-        ASSERT_TRUE(reportedStopped());
-        const ZuvoStreamerData last = reported.last().first;
-        EXPECT_EQ(last.error().name(), ZuvoStreamerErrorCrashed());
-        EXPECT_EQ(last.state(), kStopped);
-        EXPECT_EQ(last.trackRoles(), roles);
-        EXPECT_EQ(controller->state(), State::stopped);
-        EXPECT_EQ(prepareCount, 0);
-        EXPECT_TRUE(!stopWaiting || stop.error().name() == CMError::DefaultName());
-    }
-}
-
-TEST_F(StreamerControllerTest, StoppedBeforeThePlayReplyLetsTheReplyDecide) {
-    for (bool succeeds : {true, false}) {
-        SCOPED_TRACE(succeeds ? "replacement succeeds" : "replacement fails");
-        recreate();
-        const int old = startPlaying();
-        const CMReply<int> replacement = heldPlay(rolesTitled(QStringLiteral("new")));
-        publish(dataOf(old, kStopped));
-        EXPECT_EQ(controller->state(), State::starting);
-        EXPECT_FALSE(reportedStopped());
-        ASSERT_TRUE(succeeds ? service.releaseHeld(Command::play, 5)
-                             : service.failHeld(Command::play, kBusy));
-        ASSERT_TRUE(finished(replacement));
-        EXPECT_EQ(replacement.hasError(), !succeeds);
-        EXPECT_EQ(controller->state(), succeeds ? State::playing : State::stopped);
-        if (succeeds) {
-            publish(dataOf(5, kPlaying));
-            EXPECT_EQ(reported.last().first.trackRoles(), rolesTitled(QStringLiteral("new")));
-        }
-        EXPECT_EQ(reportedStopped(), !succeeds)
-            << "the old playback's end is passed on only without a successor";
-    }
-}
-
-TEST_F(StreamerControllerTest, RecordsWhileAStopIsSentInTheStoppedStateKeepTheQueueIntact) {
-    // A replacement fails after the old playback stopped, with a stop queued
-    // behind it: that stop goes out in the stopped state while the old
-    // playback still counts as active.
-    const int old = startPlaying();
-    heldPlay();
-    const CMReply<bool> stop = controller->stop();
-    publish(dataOf(old, kStopped));
-    service.holdNext(Command::stop);
-    ASSERT_TRUE(service.failHeld(Command::play, kBusy));
-    ASSERT_TRUE(service.waitForCount(Command::stop, 1));
-    EXPECT_EQ(controller->state(), State::stopped);
-    const int reportedBefore = reported.size();
-
-    publish(TestStreamerService::restartedData());
-    EXPECT_EQ(reported.size(), reportedBefore) << "a restart while stopped is ignored";
-    publish(dataOf(old, kStopped, -13));
-    EXPECT_FALSE(stop.isFinished()) << "only the streamer's answer finishes this stop";
-    ASSERT_TRUE(service.releaseHeld(Command::stop));
-    ASSERT_TRUE(finished(stop));
-    EXPECT_TRUE(stop.value());
-    EXPECT_TRUE(reportedStopped());
-    const CMReply<int> next = controller->play(ZuvoRoles(), false);
-    ASSERT_TRUE(finished(next)) << "the queue moves on";
-    EXPECT_FALSE(next.hasError());
+    // clang-format off
+    run({"mark",
+         "data 1 paused", "logged error Streamer data changed without our id: 1",
+         "data 42 stopped", "logged error Streamer data changed without our id: 42",
+         "data -1 stopped", "logged error Invalid playback Id with error",
+         "data -1 playing -5", "logged error Invalid playback Id with error",
+         "data -1 playing", "logged error Invalid playback Id without error, this should newer happened",
+         "unchanged", "state playing", "asked 0",
+         "disable", "logged error Disabling Streamer while not in stopped state", "state stopped",
+         "mark", "data 2 stopped", "unchanged", "disable"});
+    // clang-format on
 }
 
 TEST_F(StreamerControllerTest, AdversarialOrdersNeverStallTheQueue) {
