@@ -130,7 +130,7 @@ protected:
         const QMetaEnum commands = QMetaEnum::fromType<Command>();
         const std::map<QString, ZuvoPlayLogicState::Enum> states = {
             {"stopped", kStopped}, {"playing", kPlaying}, {"paused", ZuvoPlayLogicState::paused}};
-        int marked = 0;
+        int marked = 0, nearStep = 0;
         QStringList w;
         QString a, b;
         const auto command = [&] { return Command(commands.keyToValue(qPrintable(a))); };
@@ -164,6 +164,22 @@ protected:
             {"close", [&] { postponeTimer()->setInterval(1); // restarts the running timer
                  ASSERT_TRUE(waitUntil([&] { return !postponeTimer()->isActive(); }));
                  drainEvents(); }},
+            {"pause", [&] { keep(a, controller->pause()); }},
+            {"resume", [&] { keep(a, controller->resume()); }},
+            {"seekTime", [&] { keep(a, controller->seekTime(b.toLongLong())); }},
+            {"seekBytes", [&] { keep(a, controller->seekBytes(b.toLongLong())); }},
+            {"clearNext", [&] { controller->clearNextPlayback(); }},
+            {"failNext", [&] { service.failNext(command(), kBusy); }},
+            {"destroy", [&] { controller.reset(); }},
+            {"near", [&] { publish(running(a.toInt(), b == "yes", ++nearStep)); }},
+            {"disableOnStop", [&] { // a receiver that ends the playback on the stopped record
+                 QObject::connect(controller.get(), &StreamerController::streamerDataChanged, [&](const ZuvoStreamerData& d) {
+                     if (d.state() == kStopped) controller->disable(); }); }},
+            {"count", [&] { EXPECT_EQ(service.count(command()), b.toInt()); }},
+            {"seekArgs", [&] { const QList<TestStreamerService::Invocation> seeks = service.invocations(Command::seek);
+                 ASSERT_EQ(seeks.size(), 2);
+                 EXPECT_EQ(seeks[0].args(), (QVariantHash{{ZuvoStreamerSeekPosition::TimeMs(), a.toLongLong()}}));
+                 EXPECT_EQ(seeks[1].args(), (QVariantHash{{ZuvoStreamerSeekPosition::Bytes(), b.toLongLong()}})); }},
             {"state", [&] { EXPECT_EQ(testing::PrintToString(controller->state()), a.toStdString()); }},
             {"sent", [&] { EXPECT_EQ(sent(), a); }},
             {"is", [&] { checkReplies(w.mid(1)); }},
@@ -241,42 +257,29 @@ TEST_F(StreamerControllerTest, StateTable) {
     enum Setup { Stopped, Starting, Playing, Replacing, Stopping };
     enum Event { PlayInvoked, PlaySucceeded, PlayFailed, StopInvoked, StreamerStopped, Reenabled };
     // clang-format off
-    const std::vector<std::pair<State, std::function<void()>>> setups = {
-        {State::stopped, [&] { controller->enable(); }},
-        {State::starting, [&] { controller->enable(); heldPlay(); }},
-        {State::playing, [&] { startPlaying(); }},
-        {State::playing, [&] { startPlaying(); heldPlay(); }}, // a replacement in flight
-        {State::stopping, [&] { startPlaying(); controller->stop(); drainEvents(); }},
-    };
-    const std::vector<std::function<void()>> events = {
-        [&] { service.holdNext(Command::play); controller->play(ZuvoRoles(), false); drainEvents(); },
-        [&] { EXPECT_TRUE(service.releaseHeld(Command::play, 7)); drainEvents(); },
-        [&] { EXPECT_TRUE(service.failHeld(Command::play, kBusy)); drainEvents(); },
-        [&] { controller->stop(); drainEvents(); },
-        [&] { publish(dataOf(1, kStopped)); },
-        [&] { controller->disable(); controller->enable(); },
-    };
-    const std::vector<std::tuple<Setup, Event, State>> table = {
-        {Stopped, PlayInvoked, State::starting},    {Stopped, StopInvoked, State::stopped},
-        {Stopped, StreamerStopped, State::stopped}, {Stopped, Reenabled, State::stopped},
-        {Starting, PlayInvoked, State::starting},   {Starting, PlaySucceeded, State::playing},
-        {Starting, PlayFailed, State::stopped},     {Starting, StopInvoked, State::starting},
-        {Starting, StreamerStopped, State::starting}, {Starting, Reenabled, State::stopped},
-        {Playing, PlayInvoked, State::playing},     {Playing, StopInvoked, State::stopping},
-        {Playing, StreamerStopped, State::stopped}, {Playing, Reenabled, State::stopped},
-        {Replacing, PlaySucceeded, State::playing}, {Replacing, PlayFailed, State::playing},
-        {Replacing, StopInvoked, State::playing},   {Replacing, StreamerStopped, State::starting},
-        {Stopping, PlayInvoked, State::stopping},   {Stopping, StopInvoked, State::stopping},
-        {Stopping, StreamerStopped, State::stopped}, {Stopping, Reenabled, State::stopped},
+    const QStringList setups = {"enable|state stopped", "enable|held h|state starting", "started a",
+                                "started a|held h|state playing", // a replacement in flight
+                                "started a|stop s|drain|state stopping"};
+    const QStringList events = {"hold play|play e|drain", "release play 7|drain", "fail play|drain", "stop e|drain",
+                                "data 1 stopped", "disable|enable"};
+    const std::vector<std::tuple<Setup, Event, const char*>> table = {
+        {Stopped, PlayInvoked, "starting"},    {Stopped, StopInvoked, "stopped"},
+        {Stopped, StreamerStopped, "stopped"}, {Stopped, Reenabled, "stopped"},
+        {Starting, PlayInvoked, "starting"},   {Starting, PlaySucceeded, "playing"},
+        {Starting, PlayFailed, "stopped"},     {Starting, StopInvoked, "starting"},
+        {Starting, StreamerStopped, "starting"}, {Starting, Reenabled, "stopped"},
+        {Playing, PlayInvoked, "playing"},     {Playing, StopInvoked, "stopping"},
+        {Playing, StreamerStopped, "stopped"}, {Playing, Reenabled, "stopped"},
+        {Replacing, PlaySucceeded, "playing"}, {Replacing, PlayFailed, "playing"},
+        {Replacing, StopInvoked, "playing"},   {Replacing, StreamerStopped, "starting"},
+        {Stopping, PlayInvoked, "stopping"},   {Stopping, StopInvoked, "stopping"},
+        {Stopping, StreamerStopped, "stopped"}, {Stopping, Reenabled, "stopped"},
     };
     // clang-format on
     for (const auto& [from, event, to] : table) {
         SCOPED_TRACE(testing::Message() << "setup " << from << ", event " << event);
         recreate();
-        setups[from].second();
-        ASSERT_EQ(controller->state(), setups[from].first);
-        events[event]();
-        EXPECT_EQ(controller->state(), to);
+        run((setups[from] + '|' + events[event] + "|state " + to).split('|'));
     }
 }
 
@@ -320,6 +323,27 @@ TEST_F(StreamerControllerTest, Scripts) {
         {"replaced, nothing more arrives", {
             "started a", "play b", "is b=2", "sent play,play", "state playing", "window", "data 1 stopped",
             "ended no", "close", "ended yes", "state stopped"}},
+        {"direct operations bypass the queue, a destroyed controller cancels", {
+            "enable", "pause p", "is p=ok", "count pause 1", // sent even while stopped
+            "held h", "failNext resume", "resume r", "seekTime t 61000", "seekBytes y 1048576", "clearNext",
+            "is r=Busy t=ok y=ok", "wait clearNextMedia 1", "is h=pending", "seekArgs 61000 1048576",
+            "state starting", "play q", "destroy", "is q=ReplyCancelled h=pending", "release play 4",
+            "is h=ReplyCancelled", "drain", "count play 1"}},
+        // How a playback goes on decides how often the next media is asked for.
+        {"near end (a rising edge only), then stopped", {
+            "started a", "near 1 yes", "asked 1", "near 1 yes", "near 1 no", "near 1 yes", "asked 1",
+            "data 1 stopped", "ended yes", "state stopped", "asked 1"}},
+        {"stopped", {"started a", "data 1 stopped", "ended yes", "state stopped", "asked 1"}},
+        {"end of stream", {"started a", "data 1 stopped -13", "ended yes", "state stopped", "asked 1"}},
+        {"other error", {"started a", "data 1 stopped -16", "ended yes", "state stopped", "asked 0"}},
+        {"our own stop", {"started a", "stop s", "data 1 stopped", "ended yes", "state stopped", "asked 0"}},
+        {"error while still running", {"started a", "data 1 playing -16", "ended yes", "state stopped", "asked 0"}},
+        {"near end, then the receiver disables on the end", {
+            "started a", "near 1 yes", "disableOnStop", "data 1 stopped -13", "ended yes", "state stopped",
+            "asked 1"}},
+        {"near end, then the next playback nears its end", {
+            "started a", "near 1 yes", "next n", "is n=2", "near 2 no", "near 2 yes", "close", "data 2 stopped",
+            "ended yes", "state stopped", "asked 2"}},
         {"a restart ends the running playback as crashed", {
             "started a", "restart", "logged warn Streamer restarted", "crashed a", "state stopped", "asked 0"}},
         {"a restart before the playback's first record", {
@@ -364,43 +388,6 @@ TEST_F(StreamerControllerTest, DisabledControllerRefusesEverything) {
     drainEvents();
     EXPECT_TRUE(service.invocations().isEmpty());
     EXPECT_EQ(controller->state(), State::stopped);
-}
-
-TEST_F(StreamerControllerTest, DirectOperationsBypassTheQueueAndADestroyedControllerCancels) {
-    controller->enable();
-    const CMReply<void> whileStopped = controller->pause();
-    ASSERT_TRUE(finished(whileStopped));
-    EXPECT_FALSE(whileStopped.hasError());
-    EXPECT_EQ(service.count(Command::pause), 1) << "pause while stopped is still sent";
-
-    const CMReply<int> inFlight = heldPlay();
-    service.failNext(Command::resume, CMError(QStringLiteral("NotPaused"), TrString("not paused")));
-    const CMReply<void> resumed = controller->resume();
-    const CMReply<void> byTime = controller->seekTime(61000);
-    const CMReply<void> byBytes = controller->seekBytes(1 << 20);
-    controller->clearNextPlayback();
-    ASSERT_TRUE(finished(resumed) && finished(byTime) && finished(byBytes));
-    ASSERT_TRUE(service.waitForCount(Command::clearNextMedia, 1));
-    EXPECT_FALSE(inFlight.isFinished());
-    EXPECT_EQ(resumed.error().name(), QStringLiteral("NotPaused"));
-    EXPECT_FALSE(byTime.hasError());
-    const QList<TestStreamerService::Invocation> seeks = service.invocations(Command::seek);
-    ASSERT_EQ(seeks.size(), 2);
-    EXPECT_EQ(seeks[0].args(), (QVariantHash{{ZuvoStreamerSeekPosition::TimeMs(), qint64(61000)}}));
-    EXPECT_EQ(seeks[1].args(), (QVariantHash{{ZuvoStreamerSeekPosition::Bytes(), qint64(1 << 20)}}));
-    EXPECT_EQ(controller->state(), State::starting);
-
-    // Destroyed with a play in flight and one queued: both replies are cancelled.
-    const CMReply<int> queued = controller->play(ZuvoRoles(), false);
-    controller.reset();
-    ASSERT_TRUE(finished(queued));
-    EXPECT_EQ(queued.error().name(), CMVoidReply::ErrorCancel());
-    EXPECT_FALSE(inFlight.isFinished());
-    ASSERT_TRUE(service.releaseHeld(Command::play, 4));
-    ASSERT_TRUE(finished(inFlight));
-    EXPECT_EQ(inFlight.error().name(), CMVoidReply::ErrorCancel());
-    drainEvents();
-    EXPECT_EQ(service.count(Command::play), 1);
 }
 
 TEST(StreamerControllerDeathTest, BrokenInvariantsStopTheProgram) {
@@ -488,49 +475,6 @@ TEST_F(StreamerControllerTest, AdversarialOrdersNeverStallTheQueue) {
         ASSERT_TRUE(finished(last));
         EXPECT_FALSE(last.hasError());
     } while (!HasFailure() && std::next_permutation(order.begin(), order.end()));
-}
-
-TEST_F(StreamerControllerTest, HowAPlaybackGoesOnDecidesHowOftenTheNextMediaIsAskedFor) {
-    const auto disableOnStop = [&] { // a play logic that ends its playback on the stopped record
-        QObject::connect(controller.get(), &StreamerController::streamerDataChanged,
-                         [&](const ZuvoStreamerData& d) {
-                             if (d.state() == kStopped)
-                                 controller->disable();
-                         });
-    };
-    // clang-format off
-    const std::vector<std::tuple<const char*, std::function<void()>, int>> cases = {
-        {"near end (a rising edge only), then stopped", [&] {
-             int step = 0;
-             for (const bool nearEnd : {true, true, false, true}) {
-                 publish(running(1, nearEnd, ++step));
-                 EXPECT_EQ(prepareCount, 1) << "asked at the first near end, never again";
-             }
-             publish(dataOf(1, kStopped)); }, 1},
-        {"stopped", [&] { publish(dataOf(1, kStopped)); }, 1},
-        {"end of stream (-13)", [&] { publish(dataOf(1, kStopped, -13)); }, 1},
-        {"other error", [&] { publish(dataOf(1, kStopped, -16)); }, 0},
-        {"our own stop", [&] { controller->stop(); publish(dataOf(1, kStopped)); }, 0},
-        {"error while still running", [&] { publish(dataOf(1, kPlaying, -16)); }, 0},
-        {"near end, then the receiver disables on the end", [&] {
-             publish(running(1, true, 1)); disableOnStop(); publish(dataOf(1, kStopped, -13)); }, 1},
-        {"near end, then the next playback nears its end", [&] {
-             publish(running(1, true, 1));
-             EXPECT_TRUE(finished(controller->playNext(rolesTitled(QStringLiteral("next")))));
-             publish(running(2, false, 2)); publish(running(2, true, 3));
-             EXPECT_TRUE(waitUntil([&] { return !postponeTimer()->isActive(); }));
-             publish(dataOf(2, kStopped)); }, 2},
-    };
-    // clang-format on
-    for (const auto& [name, goOn, expected] : cases) {
-        SCOPED_TRACE(name);
-        recreate();
-        startPlaying();
-        goOn();
-        EXPECT_TRUE(reportedStopped());
-        EXPECT_EQ(controller->state(), State::stopped);
-        EXPECT_EQ(prepareCount, expected);
-    }
 }
 
 TEST_F(StreamerControllerTest, BufferingPlayTimeBufferedBytesAndABufferingConfigThatDisableRestores) {
