@@ -117,15 +117,20 @@ protected:
         return reply;
     }
 
-    // Runs a scenario script, one step a line. Actions: "enable", "started L"
-    // (startPlaying), "held L" (heldPlay), "play L [paused]", "next L", "stop L"
-    // (L labels the reply; play roles are titled L), "hold|release|fail COMMAND
-    // [id]" (fail with kBusy), "wait COMMAND N", "data ID STATE [CODE [MESSAGE]]",
-    // "restart", "drain", "mark" (also clears the log), "disable", "window"/"close"
-    // (the postponed-stop timer: checked and held open, then let run). Checks: "state S", "sent C,C,...", "is
-    // L=V ..." (V: the value, or "pending", or "ErrorName:message" with '_' for spaces, or just "ErrorName"),
-    // "ended yes|no", "asked N", "roles L", "crashed L", "unchanged" (nothing reported since "mark"), "logged
-    // warn|error text" (then clears the log), "nextArgs L" (what the second play and the playNext of L sent).
+    // Runs a script of steps "VERB ARGS". L labels a reply (plays are titled L),
+    // C names a TestStreamerService::Command.
+    // Actions: enable, disable, started L (startPlaying), held L (heldPlay),
+    // play L [paused], next L, stop L, pause|resume L, seekTime|seekBytes L N,
+    // clearNext, destroy (the controller), hold|release|fail|failNext C [ID]
+    // (failures are kBusy), wait C N, data ID STATE [CODE [MESSAGE]], restart,
+    // near ID yes|no (a running record), disableOnStop (a receiver disables on
+    // a stopped record), drain, mark (also clears the log), window|close (the
+    // postponed-stop timer: checked and held open, then let run).
+    // Checks: state S, sent C,C..., count C N, is L=V... (V: the value,
+    // "pending", "ErrorName:message" with '_' for spaces, or "ErrorName"),
+    // ended yes|no, asked N, roles L, crashed L, unchanged (since mark),
+    // logged warn|error TEXT (then clears the log), nextArgs L (the second
+    // play's and the playNext's arguments), seekArgs MS BYTES.
     void run(const QStringList& steps) {
         const QMetaEnum commands = QMetaEnum::fromType<Command>();
         const std::map<QString, ZuvoPlayLogicState::Enum> states = {
