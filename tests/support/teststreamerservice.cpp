@@ -1,5 +1,7 @@
 #include "teststreamerservice.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "model/cmactivatenode.h"
@@ -72,17 +74,15 @@ void TestStreamerService::onInvoked(const CMSetDataRequest& request) {
 
 QList<TestStreamerService::Invocation> TestStreamerService::invocations(Command command) const {
     QList<Invocation> result;
-    for (const Invocation& invocation : m_invocations) {
-        if (invocation.command == command)
-            result.append(invocation);
-    }
+    std::copy_if(m_invocations.begin(), m_invocations.end(), std::back_inserter(result),
+                 [command](const Invocation& i) { return i.command == command; });
     return result;
 }
 
 QList<TestStreamerService::Command> TestStreamerService::commands() const {
     QList<Command> result;
-    for (const Invocation& invocation : m_invocations)
-        result.append(invocation.command);
+    std::transform(m_invocations.begin(), m_invocations.end(), std::back_inserter(result),
+                   [](const Invocation& i) { return i.command; });
     return result;
 }
 
@@ -110,11 +110,8 @@ bool TestStreamerService::completeHeld(Command command, const QVariant& value, c
     for (int i = 0; i < m_held.size(); ++i) {
         if (m_held.at(i).first != command)
             continue;
-        CMReply<QVariant> reply = m_held.takeAt(i).second.reply();
-        if (error.isEmpty())
-            reply.setValue(value);
-        else
-            reply.setError(error);
+        const CMReply<QVariant> reply = m_held.takeAt(i).second.reply();
+        error.isEmpty() ? reply.setValue(value) : reply.setError(error);
         return true;
     }
     return false;

@@ -14,25 +14,15 @@
 class CMNodes;
 class CMValueNode;
 
-// The streamer's side of the model tree, for tests: real nodes on the default
-// streamer paths, so that ZuvoStreamerInterface, StreamerController and the
-// play logics above them are tested over the road the device uses.
-//
-// Commands: an activation node per command path records every invocation and
-// answers it from the event loop (the nodes deliver queued). The next
-// invocations of a command take the answers scripted with failNext/holdNext,
-// first in first out; unscripted, play and setNextMedia answer the
-// next playback id (1, 2, 3, ...) and the other commands an empty QVariant. A
-// held invocation waits for releaseHeld()/failHeld(); reset() and destruction
-// fail what is still held ("ServiceGone"), so no client waits forever.
-// invoked() follows each recorded invocation.
-//
-// Values: publish...() set the value nodes of the data record and, below it,
-// play time, buffering level and buffered bytes. Watchers are told from the
-// event loop, and only of a value that differs from the one reported last.
-//
-// Ownership: the nodes are children of the service. Thread: the registry's
-// event-loop thread.
+// The streamer's side of the model tree for tests: real nodes on the default
+// streamer paths. Every command invocation is recorded and answered from the
+// event loop: by the answers scripted with failNext/holdNext (first in first
+// out), else play and setNextMedia with the next playback id (1, 2, ...) and
+// the others with an empty QVariant. A held invocation waits for
+// releaseHeld()/failHeld(); reset() and destruction fail what is still held
+// ("ServiceGone"). publish...() set the data record and its play time,
+// buffering level and buffered bytes; watchers hear of changed values only.
+// The nodes are children of the service. Thread: the event-loop thread.
 class TestStreamerService : public QObject {
     Q_OBJECT
 public:
@@ -50,7 +40,6 @@ public:
     ~TestStreamerService() override;
     Q_DISABLE_COPY(TestStreamerService)
 
-    // Recorded invocations, oldest first.
     QList<Invocation> invocations() const { return m_invocations; }
     QList<Invocation> invocations(Command command) const;
     QList<Command> commands() const;
@@ -58,7 +47,7 @@ public:
     // The newest invocation of command (a default Invocation when none).
     Invocation last(Command command) const { return invocations(command).value(count(command) - 1); }
     void clearInvocations() { m_invocations.clear(); }
-    // Runs the event loop until count(command) >= n; returns whether it got there.
+    // Runs the event loop until count(command) >= n.
     bool waitForCount(Command command, int n, int timeoutMs = 5000) const;
 
     void failNext(Command command, const CMError& error);
@@ -66,11 +55,9 @@ public:
     // Complete the oldest held invocation of command; false when none is held.
     bool releaseHeld(Command command, const QVariant& value = QVariant());
     bool failHeld(Command command, const CMError& error);
-    // The id the next unscripted play/setNextMedia answers.
     int nextPlaybackId() const { return m_nextPlaybackId; }
 
-    // Back to a fresh service: held invocations fail, scripts, invocations
-    // and published values are dropped, playback ids start at 1 again.
+    // Held invocations fail; scripts, invocations, values and ids start afresh.
     void reset();
 
     void publishData(const ZuvoStreamerData& data) { setValue(Data, data.__hash()); }
@@ -81,7 +68,6 @@ public:
     void publishBufferedBytes(qint64 bytes) { setValue(BufferedBytes, {{ZuvoValue::I64_(), bytes}}); }
     ZuvoStreamerData data() const;
 
-    // A record of playbackId in state, no other field set.
     static ZuvoStreamerData makeData(int playbackId, ZuvoPlayLogicState::Enum state);
     // The record of a streamer that has (re)started: stopped, no playback id.
     static ZuvoStreamerData restartedData();

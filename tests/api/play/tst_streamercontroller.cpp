@@ -1,10 +1,13 @@
+#include <QMetaEnum>
 #include <QTimer>
 #include <algorithm>
 #include <climits>
 #include <functional>
 #include <gtest/gtest.h>
+#include <map>
 #include <memory>
 #include <tuple>
+#include <type_traits>
 #include <vector>
 
 #include "model/cmnodes.h"
@@ -15,9 +18,6 @@
 #include "support/records.h"
 #include "support/teststreamerservice.h"
 #include "zuvostreamerinterface.h"
-
-// StreamerController over ZuvoStreamerInterface and a TestStreamerService:
-// the controller is driven through the same model paths the device uses.
 
 using Command = TestStreamerService::Command;
 using State = StreamerController::State;
@@ -30,7 +30,6 @@ constexpr auto kError = log4cplus::ERROR_LOG_LEVEL;
 
 namespace {
 
-// A record of playbackId in state, with a streamer error when code is not 0.
 ZuvoStreamerData dataOf(int playbackId, ZuvoPlayLogicState::Enum state, int code = 0,
                         const QString& message = QString()) {
     ZuvoStreamerData data = TestStreamerService::makeData(playbackId, state);
@@ -47,9 +46,7 @@ ZuvoStreamerData running(int playbackId, bool nearEnd, int step) {
     return data;
 }
 
-CMError busy() {
-    return CMError(QStringLiteral("Busy"), TrString("busy"));
-}
+const CMError kBusy(QStringLiteral("Busy"), TrString("busy"));
 
 template <typename T> bool finished(const CMReply<T>& reply) {
     return waitUntil([&] { return reply.isFinished(); });
@@ -64,24 +61,23 @@ protected:
     TestStreamerService service{root.nodes()};
     QSharedPointer<ZuvoStreamerInterface> streamer;
     std::unique_ptr<StreamerController> controller;
-    // What the controller emitted.
     QList<QPair<ZuvoStreamerData, ZuvoStreamerData>> reported;
     int prepareCount = 0;
     QList<qint64> times;
     QList<int> levels;
     QList<int64_t> buffered;
+    std::map<QString, std::function<QString()>> replies; // a script's replies by label
 
     void SetUp() override { recreate(); }
 
-    // A fresh controller, streamer access and service (for table rows).
     void recreate() {
         controller.reset();
         service.reset();
         drainEvents();
         reported.clear();
+        replies.clear();
         prepareCount = 0;
-        streamer = QSharedPointer<ZuvoStreamerInterface>::create();
-        controller = std::make_unique<StreamerController>(streamer);
+        controller = std::make_unique<StreamerController>(streamer = decltype(streamer)::create());
         StreamerController* c = controller.get();
         QObject::connect(c, &StreamerController::streamerDataChanged,
                          [this](const ZuvoStreamerData& n, const ZuvoStreamerData& o) {
@@ -121,6 +117,139 @@ protected:
         return reply;
     }
 
+    // Runs a script of steps "VERB ARGS". L labels a reply (plays are titled L),
+    // C names a TestStreamerService::Command.
+    // Actions: enable, disable, started L (startPlaying), held L (heldPlay),
+    // play L [paused], next L, stop L, pause|resume L, seekTime|seekBytes L N,
+    // clearNext, destroy (the controller), hold|release|fail|failNext C [ID]
+    // (failures are kBusy), wait C N, data ID STATE [CODE [MESSAGE]], restart,
+    // near ID yes|no (a running record), disableOnStop (a receiver disables on
+    // a stopped record), drain, mark (also clears the log), window|close (the
+    // postponed-stop timer: checked and held open, then let run).
+    // Checks: state S, sent C,C..., count C N, is L=V... (V: the value,
+    // "pending", "ErrorName:message" with '_' for spaces, or "ErrorName"),
+    // ended yes|no, asked N, roles L, crashed L, unchanged (since mark),
+    // logged warn|error TEXT (then clears the log), nextArgs L (the second
+    // play's and the playNext's arguments), seekArgs MS BYTES.
+    void run(const QStringList& steps) {
+        const QMetaEnum commands = QMetaEnum::fromType<Command>();
+        const std::map<QString, ZuvoPlayLogicState::Enum> states = {
+            {"stopped", kStopped}, {"playing", kPlaying}, {"paused", ZuvoPlayLogicState::paused}};
+        int marked = 0, nearStep = 0;
+        QStringList w;
+        QString a, b;
+        const auto command = [&] { return Command(commands.keyToValue(qPrintable(a))); };
+        const auto sent = [&] {
+            QStringList names;
+            for (Command c : service.commands())
+                names << commands.valueToKey(int(c));
+            return names.join(',');
+        };
+        // clang-format off
+        const std::map<QString, std::function<void()>> actions = {
+            {"enable", [&] { controller->enable(); }},
+            {"disable", [&] { controller->disable(); }},
+            {"started", [&] { const CMReply<int> id; id.setValue(startPlaying(rolesTitled(a))); keep(a, id); }},
+            {"held", [&] { keep(a, heldPlay(rolesTitled(a))); }},
+            {"play", [&] { keep(a, controller->play(rolesTitled(a), b == "paused")); }},
+            {"next", [&] { keep(a, controller->playNext(rolesTitled(a))); }},
+            {"stop", [&] { keep(a, controller->stop()); }},
+            {"hold", [&] { service.holdNext(command()); }},
+            {"release", [&] { EXPECT_TRUE(service.releaseHeld(command(), b.isEmpty() ? QVariant() : b.toInt())); }},
+            {"fail", [&] { EXPECT_TRUE(service.failHeld(command(), kBusy)); }},
+            {"wait", [&] { EXPECT_TRUE(service.waitForCount(command(), b.toInt())); }},
+            {"data", [&] { publish(dataOf(a.toInt(), states.at(b), w.value(3).toInt(), w.mid(4).join(' '))); }},
+            {"restart", [&] { publish(TestStreamerService::restartedData()); }},
+            {"drain", [&] { drainEvents(); }},
+            {"mark", [&] { marked = reported.size(); log.clear(); }},
+            {"window", [&] { // the replaced playback's stop is postponed; kept open however slow this machine is
+                 ASSERT_TRUE(postponeTimer() && postponeTimer()->isActive());
+                 EXPECT_EQ(postponeTimer()->interval(), 100);
+                 postponeTimer()->setInterval(60000); }},
+            {"close", [&] { postponeTimer()->setInterval(1); // restarts the running timer
+                 ASSERT_TRUE(waitUntil([&] { return !postponeTimer()->isActive(); }));
+                 drainEvents(); }},
+            {"pause", [&] { keep(a, controller->pause()); }},
+            {"resume", [&] { keep(a, controller->resume()); }},
+            {"seekTime", [&] { keep(a, controller->seekTime(b.toLongLong())); }},
+            {"seekBytes", [&] { keep(a, controller->seekBytes(b.toLongLong())); }},
+            {"clearNext", [&] { controller->clearNextPlayback(); }},
+            {"failNext", [&] { service.failNext(command(), kBusy); }},
+            {"destroy", [&] { controller.reset(); }},
+            {"near", [&] { publish(running(a.toInt(), b == "yes", ++nearStep)); }},
+            {"disableOnStop", [&] { // a receiver that ends the playback on the stopped record
+                 QObject::connect(controller.get(), &StreamerController::streamerDataChanged, [&](const ZuvoStreamerData& d) {
+                     if (d.state() == kStopped) controller->disable(); }); }},
+            {"count", [&] { EXPECT_EQ(service.count(command()), b.toInt()); }},
+            {"seekArgs", [&] { const QList<TestStreamerService::Invocation> seeks = service.invocations(Command::seek);
+                 ASSERT_EQ(seeks.size(), 2);
+                 EXPECT_EQ(seeks[0].args(), (QVariantHash{{ZuvoStreamerSeekPosition::TimeMs(), a.toLongLong()}}));
+                 EXPECT_EQ(seeks[1].args(), (QVariantHash{{ZuvoStreamerSeekPosition::Bytes(), b.toLongLong()}})); }},
+            {"state", [&] { EXPECT_EQ(testing::PrintToString(controller->state()), a.toStdString()); }},
+            {"sent", [&] { EXPECT_EQ(sent(), a); }},
+            {"is", [&] { checkReplies(w.mid(1)); }},
+            {"ended", [&] { EXPECT_EQ(reportedStopped(), a == "yes"); }},
+            {"asked", [&] { EXPECT_EQ(prepareCount, a.toInt()); }},
+            {"roles", [&] { EXPECT_EQ(reported.last().first.trackRoles(), rolesTitled(a)); }},
+            {"crashed", [&] { ASSERT_TRUE(reportedStopped());
+                 const ZuvoStreamerData last = reported.last().first;
+                 EXPECT_EQ(last.error().name(), ZuvoStreamerErrorCrashed());
+                 EXPECT_EQ(last.state(), kStopped);
+                 EXPECT_EQ(last.trackRoles(), rolesTitled(a)); }},
+            {"unchanged", [&] { EXPECT_EQ(reported.size(), marked); }},
+            {"logged", [&] { EXPECT_TRUE(log.contains(a == "warn" ? log4cplus::WARN_LOG_LEVEL : kError,
+                                                      w.mid(2).join(' '))) << log.toString().toStdString();
+                 log.clear(); }},
+            {"nextArgs", [&] { // the second play started paused; playNext sends the roles only
+                 EXPECT_EQ(ZuvoStreamerPlayArgs(service.invocations(Command::play).at(1).args()).attributes().toHash(),
+                           (QVariantHash{{ZuvoStreamerAttributesStartPaused(), true}}));
+                 const QVariantHash next = service.last(Command::setNextMedia).args();
+                 EXPECT_EQ(ZuvoStreamerPlayArgs(next).roles(), rolesTitled(a));
+                 EXPECT_FALSE(next.contains(ZuvoStreamerPlayArgs::Attributes())); }},
+        };
+        // clang-format on
+        for (const QString& step : steps) {
+            SCOPED_TRACE(step.toStdString());
+            w = step.split(' ');
+            a = w.value(1);
+            b = w.value(2);
+            if (actions.count(w[0]))
+                actions.at(w[0])();
+            else
+                ADD_FAILURE() << "bad step";
+        }
+    }
+
+    template <typename T> void keep(const QString& label, const CMReply<T>& reply) {
+        replies[label] = [reply]() -> QString {
+            if (!reply.isFinished())
+                return QStringLiteral("pending");
+            const CMError e = reply.error(); // a title other than the default is shown too
+            if (!e.isEmpty())
+                return QString(
+                           e.name() +
+                           (e.title() == CMError::DefaultTitle().toString() ? "" : '(' + e.title() + ')') +
+                           ':' + e.message())
+                    .replace(' ', '_');
+            if constexpr (std::is_void_v<T>)
+                return QStringLiteral("ok");
+            else
+                return QVariant::fromValue(reply.value()).toString();
+        };
+    }
+
+    // Waits (bounded) until every "label=value" holds, then checks each.
+    void checkReplies(const QStringList& expected) {
+        const auto holds = [&](const QString& e) {
+            const QString label = e.section('=', 0, 0), want = e.section('=', 1), got = replies.at(label)();
+            return got == want || got.startsWith(want + ':');
+        };
+        waitUntil([&] { return std::all_of(expected.begin(), expected.end(), holds); });
+        for (const QString& e : expected)
+            EXPECT_TRUE(holds(e)) << e.toStdString() << ", got "
+                                  << replies.at(e.section('=', 0, 0))().toStdString();
+    }
+
     bool reportedStopped() const {
         return std::any_of(reported.begin(), reported.end(),
                            [](const auto& r) { return r.first.state() == kStopped; });
@@ -129,154 +258,128 @@ protected:
 
 } // namespace
 
-// ---------------------------------------------------------------- queue and states
-
 TEST_F(StreamerControllerTest, StateTable) {
     enum Setup { Stopped, Starting, Playing, Replacing, Stopping };
     enum Event { PlayInvoked, PlaySucceeded, PlayFailed, StopInvoked, StreamerStopped, Reenabled };
     // clang-format off
-    const std::vector<std::pair<State, std::function<void()>>> setups = {
-        {State::stopped, [&] { controller->enable(); }},
-        {State::starting, [&] { controller->enable(); heldPlay(); }},
-        {State::playing, [&] { startPlaying(); }},
-        {State::playing, [&] { startPlaying(); heldPlay(); }}, // a replacement in flight
-        {State::stopping, [&] { startPlaying(); controller->stop(); drainEvents(); }},
-    };
-    const std::vector<std::function<void()>> events = {
-        [&] { service.holdNext(Command::play); controller->play(ZuvoRoles(), false); drainEvents(); },
-        [&] { EXPECT_TRUE(service.releaseHeld(Command::play, 7)); drainEvents(); },
-        [&] { EXPECT_TRUE(service.failHeld(Command::play, busy())); drainEvents(); },
-        [&] { controller->stop(); drainEvents(); },
-        [&] { publish(dataOf(1, kStopped)); },
-        [&] { controller->disable(); controller->enable(); },
-    };
-    const std::vector<std::tuple<Setup, Event, State>> table = {
-        {Stopped, PlayInvoked, State::starting},    {Stopped, StopInvoked, State::stopped},
-        {Stopped, StreamerStopped, State::stopped}, {Stopped, Reenabled, State::stopped},
-        {Starting, PlayInvoked, State::starting},   {Starting, PlaySucceeded, State::playing},
-        {Starting, PlayFailed, State::stopped},     {Starting, StopInvoked, State::starting},
-        {Starting, StreamerStopped, State::starting}, {Starting, Reenabled, State::stopped},
-        {Playing, PlayInvoked, State::playing},     {Playing, StopInvoked, State::stopping},
-        {Playing, StreamerStopped, State::stopped}, {Playing, Reenabled, State::stopped},
-        {Replacing, PlaySucceeded, State::playing}, {Replacing, PlayFailed, State::playing},
-        {Replacing, StopInvoked, State::playing},   {Replacing, StreamerStopped, State::starting},
-        {Stopping, PlayInvoked, State::stopping},   {Stopping, StopInvoked, State::stopping},
-        {Stopping, StreamerStopped, State::stopped}, {Stopping, Reenabled, State::stopped},
+    const QStringList setups = {"enable|state stopped", "enable|held h|state starting", "started a",
+                                "started a|held h|state playing", // a replacement in flight
+                                "started a|stop s|drain|state stopping"};
+    const QStringList events = {"hold play|play e|drain", "release play 7|drain", "fail play|drain", "stop e|drain",
+                                "data 1 stopped", "disable|enable"};
+    const std::vector<std::tuple<Setup, Event, const char*>> table = {
+        {Stopped, PlayInvoked, "starting"},    {Stopped, StopInvoked, "stopped"},
+        {Stopped, StreamerStopped, "stopped"}, {Stopped, Reenabled, "stopped"},
+        {Starting, PlayInvoked, "starting"},   {Starting, PlaySucceeded, "playing"},
+        {Starting, PlayFailed, "stopped"},     {Starting, StopInvoked, "starting"},
+        {Starting, StreamerStopped, "starting"}, {Starting, Reenabled, "stopped"},
+        {Playing, PlayInvoked, "playing"},     {Playing, StopInvoked, "stopping"},
+        {Playing, StreamerStopped, "stopped"}, {Playing, Reenabled, "stopped"},
+        {Replacing, PlaySucceeded, "playing"}, {Replacing, PlayFailed, "playing"},
+        {Replacing, StopInvoked, "playing"},   {Replacing, StreamerStopped, "starting"},
+        {Stopping, PlayInvoked, "stopping"},   {Stopping, StopInvoked, "stopping"},
+        {Stopping, StreamerStopped, "stopped"}, {Stopping, Reenabled, "stopped"},
     };
     // clang-format on
     for (const auto& [from, event, to] : table) {
         SCOPED_TRACE(testing::Message() << "setup " << from << ", event " << event);
         recreate();
-        setups[from].second();
-        ASSERT_EQ(controller->state(), setups[from].first);
-        events[event]();
-        EXPECT_EQ(controller->state(), to);
+        run((setups[from] + '|' + events[event] + "|state " + to).split('|'));
     }
 }
 
-TEST_F(StreamerControllerTest, OnlyTheHeadOfTheQueueIsInFlight) {
-    controller->enable();
-    const CMReply<int> first = heldPlay(rolesTitled(QStringLiteral("a")));
-    const CMReply<int> second = controller->play(rolesTitled(QStringLiteral("b")), true);
-    const CMReply<bool> stopped = controller->stop();
-    const CMReply<int> next = controller->playNext(rolesTitled(QStringLiteral("c")));
-    drainEvents();
-    EXPECT_EQ(service.commands(), QList<Command>{Command::play});
-
-    ASSERT_TRUE(service.releaseHeld(Command::play, 11));
-    ASSERT_TRUE(finished(second));
-    EXPECT_EQ(first.value(), 11);
-    EXPECT_EQ(second.value(), 1);
-    drainEvents(); // the stop now waits for the streamer to report stopped, the playNext behind it
-    EXPECT_EQ(service.commands(), (QList<Command>{Command::play, Command::play, Command::stop}));
-    EXPECT_EQ(controller->state(), State::stopping);
-
-    publish(dataOf(1, kStopped));
-    ASSERT_TRUE(finished(next));
-    EXPECT_TRUE(stopped.value());
-    EXPECT_EQ(next.value(), 2);
-    EXPECT_EQ(service.commands(),
-              (QList<Command>{Command::play, Command::play, Command::stop, Command::setNextMedia}));
-    EXPECT_EQ(ZuvoStreamerPlayArgs(service.invocations(Command::play).at(1).args()).attributes().toHash(),
-              (QVariantHash{{ZuvoStreamerAttributesStartPaused(), true}}));
-    const QVariantHash nextArgs = service.last(Command::setNextMedia).args();
-    EXPECT_EQ(ZuvoStreamerPlayArgs(nextArgs).roles(), rolesTitled(QStringLiteral("c")));
-    EXPECT_FALSE(nextArgs.contains(ZuvoStreamerPlayArgs::Attributes()));
-}
-
-TEST_F(StreamerControllerTest, PlayRepliesWithoutAUsablePlaybackIdFailAndTheQueueGoesOn) {
-    controller->enable();
-    const QString invalid = QStringLiteral("Invalid playback id");
-    // The streamer's answer (id or error) and the error expected.
-    const std::vector<std::tuple<QVariant, CMError, QString, QString>> cases = {
-        {-1, CMError(), CMError::DefaultName(), invalid},
-        {QVariant(), CMError(), CMError::DefaultName(), invalid},
-        {QVariant(), CMError(QStringLiteral("NoDevice"), TrString("no device")), QStringLiteral("NoDevice"),
-         QStringLiteral("no device")},
+TEST_F(StreamerControllerTest, Scripts) {
+    // clang-format off
+    const std::vector<std::pair<const char*, QStringList>> scripts = {
+        {"only the head of the queue is in flight", {
+            "enable", "held a", "play b paused", "stop s", "next c", "drain", "sent play",
+            "release play 11", "is a=11 b=1", "drain", "sent play,play,stop", "state stopping",
+            "data 1 stopped", "is s=true c=2", "sent play,play,stop,setNextMedia", "nextArgs c"}},
+        {"play replies without a usable id fail, the queue goes on", {
+            "enable", "held a", "release play -1", "is a=GeneralError:Invalid_playback_id", "state stopped",
+            "held b", "release play", "is b=GeneralError:Invalid_playback_id", "state stopped",
+            "held c", "fail play", "is c=Busy:busy", "state stopped", "play d", "is d=1", "state playing"}},
+        {"stops wait for the streamer and merge while one waits", {
+            "started a", "stop s1", "stop s2", "drain", "sent play,stop", "state stopping", "is s1=pending",
+            "data 1 stopped", "is s1=true s2=true", "state stopped", "ended yes", "asked 0",
+            // stopped, the end passed on: a stop is still sent, and holds the queue until answered
+            "hold stop", "stop s3", "play p", "wait stop 2", "drain", "sent play,stop,stop", "state stopped",
+            "release stop", "is s3=false p=2",
+            // a stop ending in a streamer error fails every merged reply with its message
+            "data 2 playing", "stop f1", "stop f2", "data 2 stopped -5 device gone",
+            "is f1=GeneralError:device_gone f2=GeneralError:device_gone", "state stopped"}},
+        // The old playback stops before the replacement's reply: the reply decides.
+        {"stopped before the play reply, which succeeds", {
+            "started a", "held n", "data 1 stopped", "state starting", "ended no", "release play 5", "is n=5",
+            "state playing", "data 5 playing", "roles n", "ended no"}},
+        {"stopped before the play reply, which fails", {
+            "started a", "held n", "data 1 stopped", "state starting", "ended no", "fail play", "is n=Busy",
+            "state stopped", "ended yes"}},
+        // The stop queued behind the failed replacement goes out in the stopped
+        // state while the old playback still counts as active.
+        {"records while a stop is sent in the stopped state keep the queue intact", {
+            "started a", "held n", "stop s", "data 1 stopped", "hold stop", "fail play", "wait stop 1",
+            "state stopped", "mark", "restart", "unchanged", "data 1 stopped -13", "is s=pending",
+            "release stop", "is s=true", "ended yes", "play x", "is x=2"}},
+        // A play while playing replaces without a stop and postpones the old stop.
+        {"replaced, the new playback runs", {
+            "started a", "play b", "is b=2", "sent play,play", "state playing", "window", "data 1 stopped",
+            "data 2 playing", "ended no", "close", "ended no", "state playing", "roles b"}},
+        {"replaced, nothing more arrives", {
+            "started a", "play b", "is b=2", "sent play,play", "state playing", "window", "data 1 stopped",
+            "ended no", "close", "ended yes", "state stopped"}},
+        {"direct operations bypass the queue, a destroyed controller cancels", {
+            "enable", "pause p", "is p=ok", "count pause 1", // sent even while stopped
+            "held h", "failNext resume", "resume r", "seekTime t 61000", "seekBytes y 1048576", "clearNext",
+            "is r=Busy t=ok y=ok", "wait clearNextMedia 1", "is h=pending", "seekArgs 61000 1048576",
+            "state starting", "play q", "destroy", "is q=ReplyCancelled h=pending", "release play 4",
+            "is h=ReplyCancelled", "drain", "count play 1"}},
+        // How a playback goes on decides how often the next media is asked for.
+        {"near end (a rising edge only), then stopped", {
+            "started a", "near 1 yes", "asked 1", "near 1 yes", "near 1 no", "near 1 yes", "asked 1",
+            "data 1 stopped", "ended yes", "state stopped", "asked 1"}},
+        {"stopped", {"started a", "data 1 stopped", "ended yes", "state stopped", "asked 1"}},
+        {"end of stream", {"started a", "data 1 stopped -13", "ended yes", "state stopped", "asked 1"}},
+        {"other error", {"started a", "data 1 stopped -16", "ended yes", "state stopped", "asked 0"}},
+        {"our own stop", {"started a", "stop s", "data 1 stopped", "ended yes", "state stopped", "asked 0"}},
+        {"error while still running", {"started a", "data 1 playing -16", "ended yes", "state stopped", "asked 0"}},
+        {"near end, then the receiver disables on the end", {
+            "started a", "near 1 yes", "disableOnStop", "data 1 stopped -13", "ended yes", "state stopped",
+            "asked 1"}},
+        {"near end, then the next playback nears its end", {
+            "started a", "near 1 yes", "next n", "is n=2", "near 2 no", "near 2 yes", "close", "data 2 stopped",
+            "ended yes", "state stopped", "asked 2"}},
+        {"a restart ends the running playback as crashed", {
+            "started a", "restart", "logged warn Streamer restarted", "crashed a", "state stopped", "asked 0"}},
+        {"a restart before the playback's first record", {
+            "enable", "play a", "is a=1", "restart", "crashed a", "state stopped", "asked 0"}},
+        {"a restart fails a waiting stop", {
+            "started a", "stop s", "restart", "crashed a", "state stopped", "is s=GeneralError"}},
     };
-    for (const auto& [id, error, name, message] : cases) {
-        SCOPED_TRACE(name.toStdString() + " " + id.toString().toStdString());
-        const CMReply<int> reply = heldPlay();
-        ASSERT_TRUE(error.isEmpty() ? service.releaseHeld(Command::play, id)
-                                    : service.failHeld(Command::play, error));
-        ASSERT_TRUE(finished(reply));
-        EXPECT_EQ(reply.error().name(), name);
-        EXPECT_EQ(reply.error().message(), message);
-        EXPECT_EQ(controller->state(), State::stopped) << "a starting controller returns to stopped";
-    }
-    const CMReply<int> ok = controller->play(ZuvoRoles(), false);
-    ASSERT_TRUE(finished(ok));
-    EXPECT_EQ(ok.value(), 1);
-    EXPECT_EQ(controller->state(), State::playing);
-}
-
-TEST_F(StreamerControllerTest, PlayWhilePlayingReplacesWithoutStopAndPostponesTheOldStop) {
-    for (bool newPlaybackRuns : {true, false}) {
-        SCOPED_TRACE(newPlaybackRuns ? "the new playback reports running" : "nothing more arrives");
+    // clang-format on
+    for (const auto& [name, steps] : scripts) {
+        SCOPED_TRACE(name);
         recreate();
-        const int old = startPlaying();
-        const CMReply<int> replacement = controller->play(rolesTitled(QStringLiteral("second")), false);
-        ASSERT_TRUE(finished(replacement));
-        EXPECT_EQ(service.count(Command::stop), 0);
-        EXPECT_EQ(controller->state(), State::playing);
-        ASSERT_NE(postponeTimer(), nullptr);
-        EXPECT_TRUE(postponeTimer()->isActive());
-        EXPECT_EQ(postponeTimer()->interval(), 100);
-        postponeTimer()->setInterval(60000); // keeps the window open however slow this machine is
-
-        publish(dataOf(old, kStopped)); // the replaced playback reports its stop late: nobody is told now
-        if (newPlaybackRuns)
-            publish(dataOf(replacement.value(), kPlaying));
-        EXPECT_FALSE(reportedStopped());
-
-        postponeTimer()->setInterval(1); // restarts the running timer
-        ASSERT_TRUE(waitUntil([&] { return !postponeTimer()->isActive(); }));
-        drainEvents();
-        EXPECT_EQ(reportedStopped(), !newPlaybackRuns) << "still stopped when the window closes";
-        EXPECT_EQ(controller->state(), newPlaybackRuns ? State::playing : State::stopped);
-        EXPECT_TRUE(!newPlaybackRuns ||
-                    reported.last().first.trackRoles() == rolesTitled(QStringLiteral("second")));
+        log.clear();
+        run(steps);
     }
 }
 
 TEST_F(StreamerControllerTest, DisabledControllerRefusesEverything) {
-    const std::vector<std::function<CMVoidReply()>> requests = {
-        [&] { return controller->play(ZuvoRoles(), false); },
-        [&] { return controller->playNext(ZuvoRoles()); },
-        [&] { return controller->stop(); },
-        [&] { return controller->pause(); },
-        [&] { return controller->resume(); },
-        [&] { return controller->seekTime(5); },
-        [&] { return controller->seekBytes(5); },
-    };
     for (bool afterDisable : {false, true}) {
+        SCOPED_TRACE(afterDisable ? "after disable()" : "before enable()");
         if (afterDisable) {
             controller->enable();
             controller->disable();
         }
-        for (size_t i = 0; i < requests.size(); ++i) {
-            SCOPED_TRACE(testing::Message() << "request " << i << (afterDisable ? " after disable()" : ""));
-            const CMVoidReply reply = requests[i]();
+        const QList<CMVoidReply> refused = {controller->play(ZuvoRoles(), false),
+                                            controller->playNext(ZuvoRoles()),
+                                            controller->stop(),
+                                            controller->pause(),
+                                            controller->resume(),
+                                            controller->seekTime(5),
+                                            controller->seekBytes(5)};
+        for (const CMVoidReply& reply : refused) {
             EXPECT_TRUE(reply.isFinished());
             EXPECT_EQ(reply.error().name(), CMError::DefaultName());
             EXPECT_EQ(reply.error().message(), QStringLiteral("Streamer is not enabled"));
@@ -290,43 +393,6 @@ TEST_F(StreamerControllerTest, DisabledControllerRefusesEverything) {
     drainEvents();
     EXPECT_TRUE(service.invocations().isEmpty());
     EXPECT_EQ(controller->state(), State::stopped);
-}
-
-TEST_F(StreamerControllerTest, DirectOperationsBypassTheQueueAndADestroyedControllerCancels) {
-    controller->enable();
-    const CMReply<void> whileStopped = controller->pause();
-    ASSERT_TRUE(finished(whileStopped));
-    EXPECT_FALSE(whileStopped.hasError());
-    EXPECT_EQ(service.count(Command::pause), 1) << "pause while stopped is still sent";
-
-    const CMReply<int> inFlight = heldPlay();
-    service.failNext(Command::resume, CMError(QStringLiteral("NotPaused"), TrString("not paused")));
-    const CMReply<void> resumed = controller->resume();
-    const CMReply<void> byTime = controller->seekTime(61000);
-    const CMReply<void> byBytes = controller->seekBytes(1 << 20);
-    controller->clearNextPlayback();
-    ASSERT_TRUE(finished(resumed) && finished(byTime) && finished(byBytes));
-    ASSERT_TRUE(service.waitForCount(Command::clearNextMedia, 1));
-    EXPECT_FALSE(inFlight.isFinished());
-    EXPECT_EQ(resumed.error().name(), QStringLiteral("NotPaused"));
-    EXPECT_FALSE(byTime.hasError());
-    const QList<TestStreamerService::Invocation> seeks = service.invocations(Command::seek);
-    ASSERT_EQ(seeks.size(), 2);
-    EXPECT_EQ(seeks[0].args(), (QVariantHash{{ZuvoStreamerSeekPosition::TimeMs(), qint64(61000)}}));
-    EXPECT_EQ(seeks[1].args(), (QVariantHash{{ZuvoStreamerSeekPosition::Bytes(), qint64(1 << 20)}}));
-    EXPECT_EQ(controller->state(), State::starting);
-
-    // Destroyed with a play in flight and one queued: both replies are cancelled.
-    const CMReply<int> queued = controller->play(ZuvoRoles(), false);
-    controller.reset();
-    ASSERT_TRUE(finished(queued));
-    EXPECT_EQ(queued.error().name(), CMVoidReply::ErrorCancel());
-    EXPECT_FALSE(inFlight.isFinished());
-    ASSERT_TRUE(service.releaseHeld(Command::play, 4));
-    ASSERT_TRUE(finished(inFlight));
-    EXPECT_EQ(inFlight.error().name(), CMVoidReply::ErrorCancel());
-    drainEvents();
-    EXPECT_EQ(service.count(Command::play), 1);
 }
 
 TEST(StreamerControllerDeathTest, BrokenInvariantsStopTheProgram) {
@@ -347,177 +413,27 @@ TEST(StreamerControllerDeathTest, BrokenInvariantsStopTheProgram) {
         "m_state != State::stopped");
 }
 
-// ---------------------------------------------------------------- stops
-
-TEST_F(StreamerControllerTest, StopsWaitForTheStreamerAndMergeWhileOneWaits) {
-    startPlaying();
-    const CMReply<bool> first = controller->stop();
-    const CMReply<bool> second = controller->stop();
-    drainEvents();
-    EXPECT_EQ(service.count(Command::stop), 1);
-    EXPECT_EQ(controller->state(), State::stopping);
-    EXPECT_FALSE(first.isFinished());
-    publish(dataOf(1, kStopped));
-    ASSERT_TRUE(first.isFinished() && second.isFinished());
-    EXPECT_TRUE(first.value() && second.value());
-    EXPECT_EQ(controller->state(), State::stopped);
-    EXPECT_TRUE(reportedStopped()) << "the playback's end is passed on";
-    EXPECT_EQ(prepareCount, 0) << "our own stop asks for no next media";
-
-    // Stopped, the playback's end reported: a stop is sent anyway and holds
-    // the queue until the streamer answers it.
-    service.holdNext(Command::stop);
-    const CMReply<bool> third = controller->stop();
-    const CMReply<int> play = controller->play(ZuvoRoles(), false);
-    ASSERT_TRUE(service.waitForCount(Command::stop, 2));
-    drainEvents();
-    EXPECT_EQ(service.count(Command::play), 1);
-    EXPECT_EQ(controller->state(), State::stopped);
-    ASSERT_TRUE(service.releaseHeld(Command::stop));
-    ASSERT_TRUE(finished(play));
-    EXPECT_FALSE(third.value());
-    EXPECT_EQ(play.value(), 2);
-
-    // A stop ending in a streamer error fails every merged reply with its message.
-    publish(dataOf(2, kPlaying));
-    const QList<CMReply<bool>> failing = {controller->stop(), controller->stop()};
-    publish(dataOf(2, kStopped, -5, QStringLiteral("device gone")));
-    for (const CMReply<bool>& reply : failing) {
-        ASSERT_TRUE(reply.isFinished());
-        EXPECT_EQ(reply.error().name(), CMError::DefaultName());
-        EXPECT_EQ(reply.error().title(), CMError::DefaultTitle().toString());
-        EXPECT_EQ(reply.error().message(), QStringLiteral("device gone"));
-    }
-    EXPECT_EQ(controller->state(), State::stopped);
-}
-
-// ---------------------------------------------------------------- data attribution and restarts
-
 TEST_F(StreamerControllerTest, RecordsArePassedOnWithTheRolesOfTheirPlaybackOrDropped) {
-    controller->enable();
-    publish(dataOf(1, ZuvoPlayLogicState::paused));
-    EXPECT_TRUE(reported.isEmpty()) << "no playback is active yet";
-    startPlaying(rolesTitled(QStringLiteral("a")));
-    ASSERT_EQ(reported.size(), 1);
-    EXPECT_EQ(reported[0].first.trackRoles(), rolesTitled(QStringLiteral("a")))
-        << "filled in from the playback";
+    // One playback before the newest is kept (b), older ones are forgotten.
+    run({"enable", "data 1 paused", "unchanged", "started a", "roles a", "play b", "play c", "is b=2 c=3",
+         "data 3 playing", "roles c", "data 2 paused", "roles b"});
     EXPECT_TRUE(reported[0].second.isEmpty());
-    for (const char* title : {"b", "c"})
-        ASSERT_TRUE(finished(controller->play(rolesTitled(QString::fromLatin1(title)), false)));
-    publish(dataOf(3, kPlaying));
-    EXPECT_EQ(reported.last().first.trackRoles(), rolesTitled(QStringLiteral("c")));
-    // One playback before the newest is kept, older ones are forgotten.
-    publish(dataOf(2, ZuvoPlayLogicState::paused));
-    EXPECT_EQ(reported.last().first.trackRoles(), rolesTitled(QStringLiteral("b")));
     ZuvoStreamerData own = dataOf(2, kPlaying);
     own.setTrackRoles(rolesTitled(QStringLiteral("from the streamer")));
     const ZuvoStreamerData previous = reported.last().first;
     publish(own);
     EXPECT_EQ(reported.last(), qMakePair(own, previous)) << "roles the streamer sends are kept";
-
-    const std::vector<std::pair<ZuvoStreamerData, QString>> dropped = {
-        {dataOf(1, ZuvoPlayLogicState::paused), QStringLiteral("Streamer data changed without our id: 1")},
-        {dataOf(42, kStopped), QStringLiteral("Streamer data changed without our id: 42")},
-        {dataOf(-1, kStopped), QStringLiteral("Invalid playback Id with error")},
-        {dataOf(-1, kPlaying, -5), QStringLiteral("Invalid playback Id with error")},
-        {dataOf(-1, kPlaying),
-         QStringLiteral("Invalid playback Id without error, this should newer happened")},
-    };
-    for (const auto& [data, message] : dropped) {
-        SCOPED_TRACE(message.toStdString());
-        log.clear();
-        const int reportedBefore = reported.size();
-        publish(data);
-        EXPECT_TRUE(log.contains(kError, message)) << log.toString().toStdString();
-        EXPECT_EQ(reported.size(), reportedBefore);
-        EXPECT_EQ(controller->state(), State::playing);
-    }
-    EXPECT_EQ(prepareCount, 0);
-
-    controller->disable();
-    EXPECT_TRUE(log.contains(kError, QStringLiteral("Disabling Streamer while not in stopped state")));
-    EXPECT_EQ(controller->state(), State::stopped);
-    reported.clear();
-    publish(dataOf(2, kStopped));
-    EXPECT_TRUE(reported.isEmpty()) << "disabled: no longer watching";
-    controller->disable(); // a second disable is harmless
-}
-
-TEST_F(StreamerControllerTest, ARestartEndsTheRunningPlaybackAsCrashed) {
-    for (const auto& [dataSeen, stopWaiting] :
-         std::vector<std::pair<bool, bool>>{{true, false}, {false, false}, {true, true}}) {
-        SCOPED_TRACE(testing::Message() << "data seen " << dataSeen << ", stop waiting " << stopWaiting);
-        recreate();
-        log.clear();
-        const ZuvoRoles roles = rolesTitled(QStringLiteral("crashing"));
-        controller->enable();
-        const CMReply<int> play = controller->play(roles, false);
-        ASSERT_TRUE(finished(play));
-        if (dataSeen)
-            publish(dataOf(play.value(), kPlaying));
-        const CMReply<bool> stop = stopWaiting ? controller->stop() : CMReply<bool>(nullptr);
-
-        publish(TestStreamerService::restartedData());
-        EXPECT_TRUE(log.contains(log4cplus::WARN_LOG_LEVEL, QStringLiteral("Streamer restarted")));
-        ASSERT_TRUE(reportedStopped());
-        const ZuvoStreamerData last = reported.last().first;
-        EXPECT_EQ(last.error().name(), ZuvoStreamerErrorCrashed());
-        EXPECT_EQ(last.state(), kStopped);
-        EXPECT_EQ(last.trackRoles(), roles);
-        EXPECT_EQ(controller->state(), State::stopped);
-        EXPECT_EQ(prepareCount, 0);
-        EXPECT_TRUE(!stopWaiting || stop.error().name() == CMError::DefaultName());
-    }
-}
-
-TEST_F(StreamerControllerTest, StoppedBeforeThePlayReplyLetsTheReplyDecide) {
-    for (bool succeeds : {true, false}) {
-        SCOPED_TRACE(succeeds ? "replacement succeeds" : "replacement fails");
-        recreate();
-        const int old = startPlaying();
-        const CMReply<int> replacement = heldPlay(rolesTitled(QStringLiteral("new")));
-        publish(dataOf(old, kStopped));
-        EXPECT_EQ(controller->state(), State::starting);
-        EXPECT_FALSE(reportedStopped());
-        ASSERT_TRUE(succeeds ? service.releaseHeld(Command::play, 5)
-                             : service.failHeld(Command::play, busy()));
-        ASSERT_TRUE(finished(replacement));
-        EXPECT_EQ(replacement.hasError(), !succeeds);
-        EXPECT_EQ(controller->state(), succeeds ? State::playing : State::stopped);
-        if (succeeds) {
-            publish(dataOf(5, kPlaying));
-            EXPECT_EQ(reported.last().first.trackRoles(), rolesTitled(QStringLiteral("new")));
-        }
-        EXPECT_EQ(reportedStopped(), !succeeds)
-            << "the old playback's end is passed on only without a successor";
-    }
-}
-
-TEST_F(StreamerControllerTest, RecordsWhileAStopIsSentInTheStoppedStateKeepTheQueueIntact) {
-    // A replacement fails after the old playback stopped, with a stop queued
-    // behind it: that stop goes out in the stopped state while the old
-    // playback still counts as active.
-    const int old = startPlaying();
-    heldPlay();
-    const CMReply<bool> stop = controller->stop();
-    publish(dataOf(old, kStopped));
-    service.holdNext(Command::stop);
-    ASSERT_TRUE(service.failHeld(Command::play, busy()));
-    ASSERT_TRUE(service.waitForCount(Command::stop, 1));
-    EXPECT_EQ(controller->state(), State::stopped);
-    const int reportedBefore = reported.size();
-
-    publish(TestStreamerService::restartedData());
-    EXPECT_EQ(reported.size(), reportedBefore) << "a restart while stopped is ignored";
-    publish(dataOf(old, kStopped, -13));
-    EXPECT_FALSE(stop.isFinished()) << "only the streamer's answer finishes this stop";
-    ASSERT_TRUE(service.releaseHeld(Command::stop));
-    ASSERT_TRUE(finished(stop));
-    EXPECT_TRUE(stop.value());
-    EXPECT_TRUE(reportedStopped());
-    const CMReply<int> next = controller->play(ZuvoRoles(), false);
-    ASSERT_TRUE(finished(next)) << "the queue moves on";
-    EXPECT_FALSE(next.hasError());
+    // clang-format off
+    run({"mark",
+         "data 1 paused", "logged error Streamer data changed without our id: 1",
+         "data 42 stopped", "logged error Streamer data changed without our id: 42",
+         "data -1 stopped", "logged error Invalid playback Id with error",
+         "data -1 playing -5", "logged error Invalid playback Id with error",
+         "data -1 playing", "logged error Invalid playback Id without error, this should newer happened",
+         "unchanged", "state playing", "asked 0",
+         "disable", "logged error Disabling Streamer while not in stopped state", "state stopped",
+         "mark", "data 2 stopped", "unchanged", "disable"});
+    // clang-format on
 }
 
 TEST_F(StreamerControllerTest, AdversarialOrdersNeverStallTheQueue) {
@@ -534,7 +450,7 @@ TEST_F(StreamerControllerTest, AdversarialOrdersNeverStallTheQueue) {
         [&] { publish(dataOf(1, kStopped)); },
         [&] { publish(TestStreamerService::restartedData()); },
         [&] { if (service.releaseHeld(Command::play, nextId)) newest = nextId++; drainEvents(); },
-        [&] { service.failHeld(Command::play, busy()); drainEvents(); },
+        [&] { service.failHeld(Command::play, kBusy); drainEvents(); },
     };
     // clang-format on
     std::vector<int> order = {0, 1, 2, 3, 4, 5};
@@ -566,74 +482,8 @@ TEST_F(StreamerControllerTest, AdversarialOrdersNeverStallTheQueue) {
     } while (!HasFailure() && std::next_permutation(order.begin(), order.end()));
 }
 
-// ---------------------------------------------------------------- near end and prepare-next
-
-TEST_F(StreamerControllerTest, HowAPlaybackGoesOnDecidesHowOftenTheNextMediaIsAskedFor) {
-    const auto disableOnStop = [&] { // a play logic that ends its playback on the stopped record
-        QObject::connect(controller.get(), &StreamerController::streamerDataChanged,
-                         [&](const ZuvoStreamerData& d) {
-                             if (d.state() == kStopped)
-                                 controller->disable();
-                         });
-    };
-    // clang-format off
-    const std::vector<std::tuple<const char*, std::function<void()>, int>> cases = {
-        {"near end (a rising edge only), then stopped", [&] {
-             int step = 0;
-             for (const bool nearEnd : {true, true, false, true}) {
-                 publish(running(1, nearEnd, ++step));
-                 EXPECT_EQ(prepareCount, 1) << "asked at the first near end, never again";
-             }
-             publish(dataOf(1, kStopped)); }, 1},
-        {"stopped", [&] { publish(dataOf(1, kStopped)); }, 1},
-        {"end of stream (-13)", [&] { publish(dataOf(1, kStopped, -13)); }, 1},
-        {"other error", [&] { publish(dataOf(1, kStopped, -16)); }, 0},
-        {"our own stop", [&] { controller->stop(); publish(dataOf(1, kStopped)); }, 0},
-        {"error while still running", [&] { publish(dataOf(1, kPlaying, -16)); }, 0},
-        {"near end, then the receiver disables on the end", [&] {
-             publish(running(1, true, 1)); disableOnStop(); publish(dataOf(1, kStopped, -13)); }, 1},
-        {"near end, then the next playback nears its end", [&] {
-             publish(running(1, true, 1));
-             EXPECT_TRUE(finished(controller->playNext(rolesTitled(QStringLiteral("next")))));
-             publish(running(2, false, 2)); publish(running(2, true, 3));
-             EXPECT_TRUE(waitUntil([&] { return !postponeTimer()->isActive(); }));
-             publish(dataOf(2, kStopped)); }, 2},
-    };
-    // clang-format on
-    for (const auto& [name, goOn, expected] : cases) {
-        SCOPED_TRACE(name);
-        recreate();
-        startPlaying();
-        goOn();
-        EXPECT_TRUE(reportedStopped());
-        EXPECT_EQ(controller->state(), State::stopped);
-        EXPECT_EQ(prepareCount, expected);
-    }
-}
-
-// ---------------------------------------------------------------- buffering and play time
-
-TEST_F(StreamerControllerTest, BufferingLevelIsTruncatedTowardZeroAndPlayTimeIsPassedOn) {
+TEST_F(StreamerControllerTest, BufferingPlayTimeBufferedBytesAndABufferingConfigThatDisableRestores) {
     EXPECT_EQ(controller->buffering(), -1) << "not listening before enable()";
-    controller->enable();
-    controller->enable(); // a second enable watches nothing twice
-    service.publishPlayTime(1234);
-    const std::vector<std::pair<double, int>> cases = {
-        {99.9, 99}, {50.0, 50}, {0.5, 0}, {-1.0, -1}, {100.0, 100}, {-0.5, 0}, {qQNaN(), -1}, {1e12, INT_MAX},
-    };
-    for (const auto& [level, percent] : cases) {
-        SCOPED_TRACE(level);
-        service.publishBufferingLevel(level);
-        ASSERT_TRUE(
-            waitUntil([&, percent = percent] { return !levels.isEmpty() && levels.last() == percent; }));
-        EXPECT_EQ(controller->buffering(), percent);
-    }
-    drainEvents();
-    EXPECT_EQ(levels.size(), int(cases.size()));
-    EXPECT_EQ(times, QList<qint64>{1234});
-}
-
-TEST_F(StreamerControllerTest, BufferedBytesReportsAndABufferingConfigThatDisableRestores) {
     const QVariantHash defaultConfig{{QStringLiteral("minMs"), 500}},
         customConfig{{QStringLiteral("minMs"), 4000}};
     ZuvoValue value;
@@ -656,14 +506,28 @@ TEST_F(StreamerControllerTest, BufferedBytesReportsAndABufferingConfigThatDisabl
     };
 
     controller->enable();
+    controller->enable(); // a second enable watches nothing twice
+    service.publishPlayTime(1234);
+    const std::vector<std::pair<double, int>> cases = {
+        {99.9, 99}, {50.0, 50}, {0.5, 0}, {-1.0, -1}, {100.0, 100}, {-0.5, 0}, {qQNaN(), -1}, {1e12, INT_MAX},
+    };
+    for (const auto& [level, percent] : cases) {
+        SCOPED_TRACE(level);
+        service.publishBufferingLevel(level);
+        ASSERT_TRUE(
+            waitUntil([&, percent = percent] { return !levels.isEmpty() && levels.last() == percent; }));
+        EXPECT_EQ(controller->buffering(), percent);
+    }
     controller->reportBufferedBytes(true);
     controller->reportBufferedBytes(true);
     EXPECT_EQ(sent(), (expected << reports(true) << reports(true)));
+    EXPECT_EQ(levels.size(), int(cases.size()));
+    EXPECT_EQ(times, QList<qint64>{1234});
     EXPECT_EQ(ZuvoStreamerSetAttributesArgs(service.last(Command::setAttributes).args()).playbackId(), -1);
-    service.publishBufferedBytes(4096);
-    ASSERT_TRUE(waitUntil([&] { return !buffered.isEmpty(); }));
-    service.publishBufferedBytes(8192);
-    ASSERT_TRUE(waitUntil([&] { return buffered.size() >= 2; }));
+    for (qint64 bytes : {4096, 8192}) {
+        service.publishBufferedBytes(bytes);
+        ASSERT_TRUE(waitUntil([&] { return !buffered.isEmpty() && buffered.last() == bytes; }));
+    }
     drainEvents();
     EXPECT_EQ(buffered, (QList<int64_t>{4096, 8192})) << "one connection only";
     EXPECT_EQ(controller->bufferedBytes(), 8192);
