@@ -151,7 +151,6 @@ TEST_F(GstStreamerPlayLogicTest, FailuresReachTheClientAndAPlaylistPlaysItsFirst
     const QByteArray wav = gsttest::wavFile(gsttest::tone(44100, 4));
     server.setResponse(QStringLiteral("/entry.wav"), 200, wav);
     server.setResponse(QStringLiteral("/401"), 401, QByteArray());
-    server.setResponse(QStringLiteral("/403"), 403, QByteArray());
     server.setResponse(QStringLiteral("/list.m3u"), 200,
                        "#EXTM3U\n" + server.url(QStringLiteral("/entry.wav")).toUtf8() + "\n",
                        {{"Content-Type", "audio/x-mpegurl"}});
@@ -174,7 +173,6 @@ TEST_F(GstStreamerPlayLogicTest, FailuresReachTheClientAndAPlaylistPlaysItsFirst
 
     const QString notFound = QStringLiteral("Could not find source!");
     const QString unknown = QStringLiteral("Unknown playlist format detected.");
-    const QString refused = QStringLiteral("Access to this stream is not authorized by the content provider");
     const struct {
         const char* name;
         QString uri;
@@ -184,8 +182,8 @@ TEST_F(GstStreamerPlayLogicTest, FailuresReachTheClientAndAPlaylistPlaysItsFirst
         {"missing file", path(QStringLiteral("missing.wav")), -19, notFound},
         {"refused port", QStringLiteral("http://127.0.0.1:%1/a.wav").arg(HttpTestServer::unusedPort()), -16,
          QStringLiteral("Could not open stream!")},
-        {"401", server.url(QStringLiteral("/401")), -17, refused},
-        {"403", server.url(QStringLiteral("/403")), -17, refused},
+        {"401", server.url(QStringLiteral("/401")), -17,
+         QStringLiteral("Access to this stream is not authorized by the content provider")},
         {"404", server.url(QStringLiteral("/404")), -19, notFound},
         {"non-audio file", path(QStringLiteral("noise.bin")), -15, unknown},
         {"image", path(QStringLiteral("image.png")), -22, unknown},
@@ -220,54 +218,9 @@ TEST_F(GstStreamerPlayLogicTest, FailuresReachTheClientAndAPlaylistPlaysItsFirst
     EXPECT_EQ(p.streamer.data().playbackId(), 2);
 }
 
-// Streams that misbehave: each ends by itself without a hang, or, for a
-// server that never answers (its error comes with the source's 15 s
-// time-out, see gsterrors.h), with the client's stop at once.
-TEST_F(GstStreamerPlayLogicTest, MisbehavingStreamsEndCleanly) {
-    // One second of a test tone at rate and channels, encoded by encoder.
-    const auto make = [this](const char* name, int rate, int channels, const char* encoder) {
-        return gsttest::runPipeline(
-            QStringLiteral(
-                "audiotestsrc num-buffers=100 samplesperbuffer=%1 ! audio/x-raw,rate=%2,channels=%3 ! "
-                "audioconvert ! %4 ! filesink location=\"%5\"")
-                .arg(rate / 100)
-                .arg(rate)
-                .arg(channels)
-                .arg(QLatin1String(encoder), path(QLatin1String(name))));
-    };
-    ASSERT_EQ(make("first.ogg", 44100, 2, "vorbisenc ! oggmux"), QString());
-    ASSERT_EQ(make("second.ogg", 22050, 1, "vorbisenc ! oggmux"), QString());
-    ASSERT_EQ(make("mono.wav", 22050, 1, "audio/x-raw,format=S16LE ! wavenc"), QString());
-    const QByteArray wav = gsttest::wavFile(gsttest::tone(44100, 5));
-    // An Ogg chain whose second stream has another rate and channel count,
-    // and a WAV file followed by another one of another format.
-    write(QStringLiteral("chain.ogg"),
-          read(QStringLiteral("first.ogg")) + read(QStringLiteral("second.ogg")));
-    write(QStringLiteral("two.wav"), wav + read(QStringLiteral("mono.wav")));
-    // 80 kB/s, under the 176 kB/s the audio plays at: the stream buffers.
-    server.setTrickle(QStringLiteral("/trickle.wav"), wav, 8000, 100);
-    const struct {
-        const char* name;
-        QString uri;
-        double seconds; // in the output, at the first stream's format
-    } cases[] = {
-        // The sink's conversion follows the change: both streams play.
-        {"format change in an Ogg chain", path(QStringLiteral("chain.ogg")), 2.0},
-        // The first file's data chunk is the stream: the rest is skipped.
-        {"two WAV files back to back", path(QStringLiteral("two.wav")), 1.0},
-        {"server trickles", server.url(QStringLiteral("/trickle.wav")), 1.0},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        Player p(QStringLiteral("wav:") + path(QStringLiteral("out.wav")));
-        p.play({c.uri});
-        ASSERT_TRUE(p.waitForEnd(20000));
-        EXPECT_TRUE(p.client->data().error().isEmpty()) << p.client->data().error().toStdString();
-        EXPECT_EQ(p.client->data().streamerError().code(), -13);
-        EXPECT_EQ(qFromLittleEndian<quint32>(read(QStringLiteral("out.wav")).constData() + 24), 44100u);
-        EXPECT_NEAR(seconds(QStringLiteral("out.wav")), c.seconds, 0.06);
-    }
-
+// A server that never answers (its error would come with the source's 15 s
+// time-out, see gsterrors.h): the client's stop ends the playback at once.
+TEST_F(GstStreamerPlayLogicTest, StopEndsAStreamThatNeverAnswers) {
     server.setNeverAnswer(QStringLiteral("/never"));
     Player p(QStringLiteral("null"));
     p.play({server.url(QStringLiteral("/never"))});
