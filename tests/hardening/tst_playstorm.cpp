@@ -1,9 +1,6 @@
-// A storm of play commands on a streamer play logic that is playing: a
-// thousand plays through PlayLogicInterface, in bursts with the event loop
-// running between them, so that they meet the stop they cause at every
-// stage. The play logic must stop the streamer once (stop reason
-// newPlayRequest), cancel every play that a newer one superseded, and then
-// play the last item only.
+// A thousand plays in bursts on a playing streamer play logic, meeting the
+// stop they cause at every stage: one stop (newPlayRequest), every
+// superseded play cancelled, the last item played.
 
 #include <QTimer>
 #include <gtest/gtest.h>

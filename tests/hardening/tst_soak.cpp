@@ -1,11 +1,8 @@
-// Soak: the host's track-list play logic on the simulated streamer, cycle
-// after cycle of play -> near end -> next -> stop through PlayLogicInterface.
-// Every client reply must complete, and the resident memory may not grow past
-// warm-up by more than 1 MiB (without sanitizers or valgrind, whose own
-// bookkeeping grows; LeakSanitizer checks leaks in its build).
-// ZUVO_SOAK_CYCLES: cycles (default 150; a full soak runs 10000 by hand).
-// ZUVO_SOAK_SPEED: the simulated streamer's speed (default 10: a 5000 ms
-// track is near its end at once and ends 500 ms later unless "next" comes).
+// Soak: a track-list play logic on the simulated streamer, cycles of play ->
+// near end -> next -> stop. Every client reply completes, and resident memory
+// grows by at most 1 MiB past warm-up (not checked under sanitizers or
+// valgrind). ZUVO_SOAK_CYCLES: cycles (default 150); ZUVO_SOAK_SPEED: the
+// streamer's speed (default 10: a 5000 ms track is near its end at once).
 
 #include <QFile>
 #include <QTimer>

@@ -42,65 +42,59 @@ QString commandUri(const QJsonObject& e) {
         .toString();
 }
 
-// One zuvo-play process and the JSON events it has written so far.
+// One zuvo-play process and, with json, the JSON events it has written so far.
 struct PlayProcess {
-    // json: stdout is read as JSON lines (else it is not read).
-    explicit PlayProcess(const QStringList& args, bool json = true)
-        : m_json(json) {
+    explicit PlayProcess(const QStringList& args, bool json = true) {
         if (json)
-            QObject::connect(&m_process, &QProcess::readyReadStandardOutput, &m_process, [this] { read(); });
-        zuvotest::startTool(m_process, QStringLiteral(ZUVO_PLAY_PATH), args);
-        EXPECT_TRUE(m_process.waitForStarted(10000));
+            QObject::connect(&process, &QProcess::readyReadStandardOutput, &process, [this] { read(); });
+        else
+            process.setStandardOutputFile(QProcess::nullDevice());
+        zuvotest::startTool(process, QStringLiteral(ZUVO_PLAY_PATH), args);
+        EXPECT_TRUE(process.waitForStarted(10000));
     }
     ~PlayProcess() {
-        m_process.kill();
-        m_process.waitForFinished(5000);
+        process.kill();
+        process.waitForFinished(5000);
     }
-
-    void send(const char* line) { m_process.write(QByteArray(line) + '\n'); }
-    const QList<QJsonObject>& events() const { return m_events; }
+    void send(const char* line) { process.write(QByteArray(line) + '\n'); }
+    bool running() const { return process.state() != QProcess::NotRunning; }
     // Index of the first event from index from on that matches, waiting for
     // it while the process runs; -1 when none comes.
     int waitFor(const Predicate& matches, int from = 0) {
-        int found = -1;
         const auto find = [&] {
-            for (int i = qMax(from, 0); i < m_events.size() && found < 0; ++i)
-                found = matches(m_events.at(i)) ? i : -1;
-            return found >= 0;
+            for (int i = qMax(from, 0); i < events.size(); ++i)
+                if (matches(events.at(i)))
+                    return i;
+            return -1;
         };
-        zuvotest::waitUntil([&] { return find() || m_process.state() == QProcess::NotRunning; }, 30000);
-        find();
-        return found;
+        zuvotest::waitUntil([&] { return find() >= 0 || !running(); }, 30000);
+        return find();
     }
     // Waits for the process to end; its exit code, -1 when it crashed or hung.
     int exitCode() {
-        zuvotest::waitUntil([&] { return m_process.state() == QProcess::NotRunning; }, 60000);
-        if (m_process.state() != QProcess::NotRunning || m_process.exitStatus() != QProcess::NormalExit)
+        zuvotest::waitUntil([&] { return !running(); }, 60000);
+        if (running() || process.exitStatus() != QProcess::NormalExit)
             return -1;
-        if (m_json)
-            read();
-        return m_process.exitCode();
+        read();
+        return process.exitCode();
     }
-    QByteArray errorOutput() { return m_process.readAllStandardError(); }
     QList<QJsonObject> all(const Predicate& matches) const {
         QList<QJsonObject> result;
-        std::copy_if(m_events.begin(), m_events.end(), std::back_inserter(result), matches);
+        std::copy_if(events.begin(), events.end(), std::back_inserter(result), matches);
         return result;
     }
-
     void read() {
-        m_buffer += m_process.readAllStandardOutput();
-        for (int end; (end = m_buffer.indexOf('\n')) >= 0; m_buffer.remove(0, end + 1)) {
-            const QJsonDocument document = QJsonDocument::fromJson(m_buffer.left(end));
-            EXPECT_TRUE(document.isObject()) << "not a JSON object: " << m_buffer.left(end).toStdString();
-            m_events.append(document.object());
+        buffer += process.readAllStandardOutput();
+        for (int end; (end = buffer.indexOf('\n')) >= 0; buffer.remove(0, end + 1)) {
+            const QJsonDocument document = QJsonDocument::fromJson(buffer.left(end));
+            EXPECT_TRUE(document.isObject()) << "not a JSON object: " << buffer.left(end).toStdString();
+            events.append(document.object());
         }
     }
 
-    const bool m_json;
-    QProcess m_process;
-    QByteArray m_buffer;
-    QList<QJsonObject> m_events;
+    QProcess process;
+    QByteArray buffer;
+    QList<QJsonObject> events;
 };
 
 QStringList jsonArgs(double speed, const QStringList& items) {
@@ -138,7 +132,7 @@ TEST(ZuvoPlay, CommandsFromStdinControlThePlayback) {
         if ((at = play.waitFor(command("seek"), at + 1)) < 0)
             return -1.0;
         const double target =
-            play.events().at(at)[QStringLiteral("argument")][QStringLiteral("timeMs")].toDouble();
+            play.events.at(at)[QStringLiteral("argument")][QStringLiteral("timeMs")].toDouble();
         const auto reached = [&](const QJsonObject& e) {
             return event("playTime")(e) && e.value(QStringLiteral("ms")).toDouble() >= target;
         };
@@ -162,8 +156,8 @@ TEST(ZuvoPlay, CommandsFromStdinControlThePlayback) {
     play.send("stop");
     EXPECT_EQ(play.exitCode(), 0);
     EXPECT_GE(play.waitFor(command("stop"), at), 0);
-    EXPECT_EQ(play.events().last()[QStringLiteral("event")], QStringLiteral("end"));
-    EXPECT_EQ(play.events().last()[QStringLiteral("exitCode")], 0);
+    EXPECT_EQ(play.events.last()[QStringLiteral("event")], QStringLiteral("end"));
+    EXPECT_EQ(play.events.last()[QStringLiteral("exitCode")], 0);
 }
 
 // One process walks a list of every kind of item. A local playlist: three
@@ -225,7 +219,7 @@ TEST(ZuvoPlay, ListOfEveryKindOfItemPlaysThrough) {
     for (int i = 0; i < 4; ++i)
         EXPECT_EQ(tracks.at(i)[QStringLiteral("title")], titles.at(i));
     QStringList sent, reported;
-    for (const QJsonObject& e : play.events()) {
+    for (const QJsonObject& e : play.events) {
         if (command("play")(e) || command("setNextMedia")(e))
             sent << (command("play")(e) ? "" : "(next) ") + commandUri(e);
         if (event("playbackState", "state", "stopped")(e) && !e[QStringLiteral("error")].toString().isEmpty())
@@ -237,12 +231,13 @@ TEST(ZuvoPlay, ListOfEveryKindOfItemPlaysThrough) {
     // Stopped only at the very end, with the last error's message.
     const QList<QJsonObject> data = play.all(event("data"));
     EXPECT_EQ(play.waitFor(state("stopped"), play.waitFor(state("loading"))),
-              play.events().indexOf(data.last()));
+              play.events.indexOf(data.last()));
     EXPECT_EQ(data.last()[QStringLiteral("data")][QStringLiteral("error")],
               QStringLiteral("The streamer crashed"));
     EXPECT_GE(play.waitFor(event("bufferLevel", "level", 100.0)), 0);
-    EXPECT_EQ(play.events().last()[QStringLiteral("event")], QStringLiteral("end"));
-    EXPECT_TRUE(play.errorOutput().contains("zuvo-play: playback ended with an error: The streamer crashed"));
+    EXPECT_EQ(play.events.last()[QStringLiteral("event")], QStringLiteral("end"));
+    EXPECT_TRUE(play.process.readAllStandardError().contains(
+        "zuvo-play: playback ended with an error: The streamer crashed"));
 }
 
 TEST(ZuvoPlay, BadCommandLinesExitWithOne) {
@@ -261,7 +256,7 @@ TEST(ZuvoPlay, BadCommandLinesExitWithOne) {
         PlayProcess play(args, false);
         EXPECT_EQ(play.exitCode(), 1);
         // The GStreamer streamer may have warned about the audio output first.
-        const QByteArray errors = play.errorOutput();
+        const QByteArray errors = play.process.readAllStandardError();
         EXPECT_TRUE(errors.startsWith("zuvo-play: ") || errors.contains("\nzuvo-play: "))
             << errors.toStdString();
     }

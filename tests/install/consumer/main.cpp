@@ -46,7 +46,6 @@ int main(int argc, char** argv) {
     client->playContainer(ZuvoRoles(), ZuvoRoles(), 0, 0);
     QTimer::singleShot(20000, &app, [] { QCoreApplication::exit(1); });
     const int rc = app.exec();
-    std::printf("libzuvo_api_play %s: %d tracks sent to the streamer\n", qPrintable(zuvoPlayVersion()),
-                plays);
+    std::printf("libzuvo_api_play %s: %d tracks sent\n", qPrintable(zuvoPlayVersion()), plays);
     return rc == 0 && plays == 2 ? 0 : 1;
 }

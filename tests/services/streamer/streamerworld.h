@@ -1,8 +1,7 @@
 #pragma once
 
-// A streamer service in a registry of its own, with what it published, for
-// the tests of this folder. Commands go through the model tree on the
-// streamer's default paths, like any client's.
+// A streamer service in a registry of its own and what it published;
+// commands go through the model tree on the streamer's default paths.
 
 #include <functional>
 #include <memory>
@@ -57,8 +56,7 @@ inline QString answerOf(const CMReply<QVariant>& reply) {
                                    : QStringLiteral("ok");
 }
 
-// make builds the service in the world's registry (by default a simulated
-// streamer).
+// make builds the service (by default a simulated streamer).
 struct World {
     using Make = std::function<std::unique_ptr<StreamerService>(CMNodes*)>;
     explicit World(const Make& make =

@@ -8,7 +8,6 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <QUrl>
-#include <random>
 
 #include "streamerworld.h"
 #include "support/logcapture.h"
@@ -200,41 +199,6 @@ TEST_P(StreamerProtocol, RefusalsNameWhatIsWrongAndChangeNothing) {
         EXPECT_EQ(w->streamer.data(), paused);
     }
     EXPECT_EQ(w->call(ZuvoStreamerPlayPath(), playArgs(uri(New))), "id:2") << "refused plays used no id";
-}
-
-// Commands in any order and at any rate (a fixed seed): every one is
-// answered with a playback id or a named refusal, ids only grow, and a stop
-// leaves the streamer stopped and ready for the next play.
-TEST_P(StreamerProtocol, CommandStormIsAnsweredAndEndsStopped) {
-    const std::unique_ptr<World> w = world();
-    std::mt19937 random(13);
-    std::vector<CMReply<QVariant>> replies;
-    for (int burst = 0; burst < 40; ++burst) {
-        for (int n = int(random() % 6); n > 0; --n)
-            replies.push_back(send(*w, Cmd(random() % CmdCount)));
-        // Some bursts meet the engine's own events, some come back to back.
-        if (random() % 2)
-            waitUntil([] { return false; }, int(random() % 40));
-        else
-            zuvotest::drainEvents();
-    }
-    const QStringList refusals = {StreamerService::ErrorNotPlaying(), StreamerService::ErrorNotSeekable(),
-                                  StreamerService::ErrorInvalidArgument()};
-    int lastId = 0;
-    for (const CMReply<QVariant>& reply : replies) {
-        ASSERT_TRUE(waitUntil([&] { return reply.isFinished(); }, 10000));
-        const QString answer = answerOf(reply);
-        if (answer.startsWith(QStringLiteral("id:"))) {
-            EXPECT_GT(reply.value().toInt(), lastId);
-            lastId = reply.value().toInt();
-        } else if (answer != QStringLiteral("ok")) {
-            EXPECT_TRUE(refusals.contains(answer)) << answer.toStdString();
-        }
-    }
-    EXPECT_EQ(w->call(ZuvoStreamerStopPath()), "ok");
-    EXPECT_TRUE(w->waitFor(isStopped));
-    EXPECT_FALSE(w->streamer.isActive());
-    EXPECT_EQ(w->call(ZuvoStreamerPlayPath(), playArgs(uri(New))), QStringLiteral("id:%1").arg(lastId + 1));
 }
 
 INSTANTIATE_TEST_SUITE_P(Services, StreamerProtocol,

@@ -7,10 +7,8 @@
 #include "gsttestfixture.h"
 #include "support/eventloop.h"
 
-// GstEngine on real pipelines: audio made here, served from files and a
-// loopback HTTP server, played into a WAV file or a real-time null sink.
-// Gapless hand-overs and failures are tested through the streamer service in
-// tst_gststreamer_playlogic.cpp.
+// GstEngine on real pipelines into a WAV file or a real-time null sink.
+// Hand-overs and failures: tst_gststreamer_playlogic.cpp.
 
 using zuvotest::waitUntil;
 
