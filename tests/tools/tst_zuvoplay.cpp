@@ -240,6 +240,24 @@ TEST(ZuvoPlay, ListOfEveryKindOfItemPlaysThrough) {
         "zuvo-play: playback ended with an error: The streamer crashed"));
 }
 
+// A folder is its audio files, by name whatever the case of their suffix.
+TEST(ZuvoPlay, AFolderIsItsAudioFilesByName) {
+    QTemporaryDir dir;
+    for (const char* name : {"b.MP3", "a.wav", "notes.txt"})
+        writeFile(dir, QLatin1String(name), QByteArray());
+    PlayProcess play(jsonArgs(1, {dir.path()}));
+    ASSERT_GE(play.waitFor(event("track", "index", 0)), 0);
+    play.send("next");
+    ASSERT_GE(play.waitFor(event("track", "index", 1)), 0);
+    play.send("quit");
+    EXPECT_EQ(play.exitCode(), 0);
+    QStringList uris;
+    for (const QJsonObject& track : play.all(event("track")))
+        uris << track[QStringLiteral("uri")].toString();
+    EXPECT_EQ(uris, QStringList({QUrl::fromLocalFile(dir.filePath(QStringLiteral("a.wav"))).toString(),
+                                 QUrl::fromLocalFile(dir.filePath(QStringLiteral("b.MP3"))).toString()}));
+}
+
 TEST(ZuvoPlay, BadCommandLinesExitWithOne) {
     const QString item = QStringLiteral("sim://a/b.mp3");
     const QStringList cases[] = {
