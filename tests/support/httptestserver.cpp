@@ -35,27 +35,18 @@ public:
         , m_socket(socket) {
         socket->setParent(this);
         connect(socket, &QTcpSocket::readyRead, this, [this] {
-            // A busy connection keeps what arrives for later, within bounds.
-            if (m_input.size() <= MaxRequestHeadBytes)
-                m_input += m_socket->readAll();
-            else
-                m_socket->readAll();
+            const QByteArray input = m_socket->readAll();
+            if (m_input.size() <= MaxRequestHeadBytes) // a busy connection keeps it for later
+                m_input += input;
             if (m_state == State::Reading)
                 processInput();
         });
         connect(socket, &QTcpSocket::bytesWritten, this, [this] {
-            if (m_state == State::Sending && !m_trickle.isActive())
+            if (m_route.trickleBytes == 0) // else its timer sends
                 pump();
         });
         connect(socket, &QTcpSocket::disconnected, this, &HttpTestConnection::gone);
         connect(socket, &QTcpSocket::errorOccurred, this, &HttpTestConnection::gone);
-        connect(&m_trickle, &QTimer::timeout, this, [this] {
-            sendBody(qMin<qint64>(m_route.trickleBytes, m_bodyTotal - m_bodySent));
-            if (m_bodySent >= m_bodyTotal) {
-                m_trickle.stop();
-                endResponse();
-            }
-        });
     }
 
     ~HttpTestConnection() override {
@@ -69,7 +60,6 @@ private:
 
     void gone() {
         m_state = State::Silent;
-        m_trickle.stop();
         deleteLater(); // safe to call twice
     }
 
@@ -96,11 +86,8 @@ private:
             m_closeAfter = headers.value("connection").toLower() == "close";
             ++m_server->m_requestCounts[m_path];
             m_server->m_lastRequestHeaders.insert(m_path, headers);
-            m_route = m_server->m_routes.value(m_path);
-            if (!m_server->m_routes.contains(m_path)) {
-                m_route.status = 404;
-                m_route.body = "no route";
-            }
+            m_route = m_server->m_routes.value(
+                m_path, HttpTestRoute(HttpTestRoute::Behaviour::Answer, 404, "no route"));
             respond();
         }
     }
@@ -108,67 +95,55 @@ private:
     void respond() {
         using B = HttpTestRoute::Behaviour;
         using F = HttpTestRoute::Framing;
-        if (m_route.behaviour == B::NeverAnswer) {
-            m_state = State::Silent;
-            return;
-        }
+        m_state = m_route.behaviour == B::NeverAnswer ? State::Silent : State::Sending;
         if (m_route.behaviour == B::Raw) {
             m_socket->write(m_route.body);
             close();
+        }
+        if (m_state != State::Sending)
             return;
-        }
-        const bool endless = m_route.behaviour == B::Endless;
-        m_body = endless ? QByteArray() : m_route.body;
-        m_bodyTotal = endless ? m_route.endlessLimit : m_body.size();
+        m_bodyTotal = m_route.behaviour == B::Endless ? m_route.endlessLimit : m_route.body.size();
         m_bodySent = 0;
-        m_head = "HTTP/1.1 " + QByteArray::number(m_route.status) + " Scripted\r\n";
+        QByteArray& head = m_head = "HTTP/1.1 " + QByteArray::number(m_route.status) + " Scripted\r\n";
         bool hasLength = false;
-        for (const auto& header : qAsConst(m_route.headers)) {
-            m_head += header.first + ": " + header.second + "\r\n";
-            hasLength = hasLength || header.first.compare("Content-Length", Qt::CaseInsensitive) == 0;
+        for (const auto& [name, value] : qAsConst(m_route.headers)) {
+            head += name + ": " + value + "\r\n";
+            hasLength = hasLength || name.compare("Content-Length", Qt::CaseInsensitive) == 0;
         }
-        m_head += m_route.rawHeaders;
+        head += m_route.rawHeaders;
+        const qint64 announced = m_route.declaredLength >= 0 ? m_route.declaredLength : m_bodyTotal;
         if (m_route.framing == F::ContentLength && !hasLength)
-            m_head += "Content-Length: " +
-                      QByteArray::number(m_route.declaredLength >= 0 ? m_route.declaredLength : m_bodyTotal) +
-                      "\r\n";
+            head += "Content-Length: " + QByteArray::number(announced) + "\r\n";
         if (m_route.framing == F::Chunked)
-            m_head += "Transfer-Encoding: chunked\r\n";
+            head += "Transfer-Encoding: chunked\r\n";
         if (m_route.framing == F::CloseDelimited || m_closeAfter)
-            m_head += "Connection: close\r\n";
-        m_head += "\r\n";
+            head += "Connection: close\r\n";
+        head += "\r\n";
         m_headSent = 0;
-        m_state = State::Sending;
         pump();
     }
 
-    // Writes the head, then the body, while the client keeps up; ends the
-    // answer when all is out. A trickled body goes out from its timer.
+    // Writes the head, then the body, while the client keeps up, a trickled
+    // body one piece per interval; ends the answer when all is out.
     void pump() {
-        while (m_headSent < m_head.size() && m_socket->bytesToWrite() < WriteAheadBytes) {
-            const qint64 piece = qMin<qint64>(PieceBytes, m_head.size() - m_headSent);
-            m_socket->write(m_head.constData() + m_headSent, piece);
-            m_headSent += piece;
+        for (; m_headSent < m_head.size() && m_socket->bytesToWrite() < WriteAheadBytes;
+             m_headSent += PieceBytes)
+            m_socket->write(m_head.mid(m_headSent, PieceBytes));
+        const qint64 piece = m_route.trickleBytes > 0 ? m_route.trickleBytes : PieceBytes;
+        while (m_state == State::Sending && m_headSent >= m_head.size() && m_bodySent < m_bodyTotal &&
+               m_socket->bytesToWrite() < WriteAheadBytes) {
+            sendBody(qMin(piece, m_bodyTotal - m_bodySent));
+            if (m_route.trickleBytes > 0 && m_bodySent < m_bodyTotal)
+                return QTimer::singleShot(m_route.trickleIntervalMs, this, &HttpTestConnection::pump);
         }
-        if (m_headSent < m_head.size())
-            return;
-        if (m_route.trickleBytes > 0 && m_route.behaviour == HttpTestRoute::Behaviour::Answer) {
-            m_trickle.start(qMax(1, m_route.trickleIntervalMs));
-            return;
-        }
-        while (m_state == State::Sending && m_bodySent < m_bodyTotal &&
-               m_socket->bytesToWrite() < WriteAheadBytes)
-            sendBody(qMin(PieceBytes, m_bodyTotal - m_bodySent));
-        if (m_state == State::Sending && m_bodySent >= m_bodyTotal)
+        if (m_state == State::Sending && m_headSent >= m_head.size() && m_bodySent >= m_bodyTotal)
             endResponse();
     }
 
     void sendBody(qint64 size) {
-        if (size <= 0)
-            return;
         const QByteArray piece = m_route.behaviour == HttpTestRoute::Behaviour::Endless
                                      ? patternAt(m_bodySent, size)
-                                     : m_body.mid(int(m_bodySent), int(size));
+                                     : m_route.body.mid(int(m_bodySent), int(size));
         if (m_route.framing == HttpTestRoute::Framing::Chunked)
             m_socket->write(QByteArray::number(piece.size(), 16) + "\r\n" + piece + "\r\n");
         else
@@ -188,7 +163,6 @@ private:
             m_state = State::Silent; // the client waits for bytes that never come
         } else {
             m_state = State::Reading;
-            m_body.clear();
             // A request that arrived meanwhile is served from the event loop.
             QTimer::singleShot(0, this, [this] { processInput(); });
         }
@@ -196,20 +170,17 @@ private:
 
     void close() {
         m_state = State::Silent;
-        m_trickle.stop();
         m_socket->disconnectFromHost();
     }
 
     HttpTestServer* const m_server;
     QTcpSocket* const m_socket;
-    QTimer m_trickle;
     State m_state = State::Reading;
     QByteArray m_input;
     QString m_path;
     HttpTestRoute m_route;
     QByteArray m_head;
-    qint64 m_headSent = 0;
-    QByteArray m_body;
+    int m_headSent = 0;
     qint64 m_bodyTotal = 0;
     qint64 m_bodySent = 0;
     bool m_closeAfter = false;
@@ -237,37 +208,10 @@ QString HttpTestServer::url(const QString& path) const {
     return QStringLiteral("http://127.0.0.1:%1%2").arg(port()).arg(path);
 }
 
-HttpTestRoute HttpTestServer::route(Behaviour behaviour, const QByteArray& body, int status,
-                                    const Headers& headers) {
-    HttpTestRoute route;
-    route.behaviour = behaviour;
-    route.body = body;
-    route.status = status;
-    route.headers = headers;
-    return route;
-}
-
-void HttpTestServer::setTrickle(const QString& path, const QByteArray& body, int bytesPerTick,
-                                int intervalMs) {
-    HttpTestRoute route = HttpTestServer::route(Behaviour::Answer, body);
-    route.trickleBytes = qMax(1, bytesPerTick);
-    route.trickleIntervalMs = intervalMs;
-    setRoute(path, route);
-}
-
-void HttpTestServer::setEndless(const QString& path, Framing framing, qint64 upperLimit) {
-    HttpTestRoute route = HttpTestServer::route(Behaviour::Endless);
-    route.framing = framing;
-    route.endlessLimit = upperLimit;
-    setRoute(path, route);
-}
-
 void HttpTestServer::setHeaderFlood(const QString& path, int count, int valueBytes, const QByteArray& body) {
-    HttpTestRoute route;
-    route.body = body;
-    const QByteArray value = ": " + QByteArray(valueBytes, 'v') + "\r\n";
+    HttpTestRoute route(Behaviour::Answer, 200, body);
     for (int i = 0; i < count; ++i)
-        route.rawHeaders += "X-Flood-" + QByteArray::number(i) + value;
+        route.rawHeaders += "X-Flood-" + QByteArray::number(i) + ": " + QByteArray(valueBytes, 'v') + "\r\n";
     setRoute(path, route);
 }
 

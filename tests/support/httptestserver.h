@@ -13,11 +13,10 @@ namespace zuvotest {
 // The scripted answer of HttpTestServer for one path.
 struct HttpTestRoute {
     using Headers = QList<QPair<QByteArray, QByteArray>>;
-
     enum class Behaviour {
         Answer,      // status line, headers and body as scripted
         NeverAnswer, // read the request, then stay silent
-        Endless,     // generated body bytes until the client closes or endlessLimit
+        Endless,     // pattern() bytes until the client closes or endlessLimit
         Raw          // send body as it is (none: no answer at all), then close
     };
     enum class Framing {
@@ -26,19 +25,26 @@ struct HttpTestRoute {
         CloseDelimited // the server closes the connection after the body
     };
 
-    Behaviour behaviour = Behaviour::Answer;
-    int status = 200;
+    explicit HttpTestRoute(Behaviour behaviour = Behaviour::Answer, int status = 200,
+                           const QByteArray& body = {}, const Headers& headers = {})
+        : behaviour(behaviour)
+        , status(status)
+        , headers(headers)
+        , body(body) {}
+
+    Behaviour behaviour;
+    int status;
     Headers headers;
     QByteArray rawHeaders; // "Name: value\r\n" lines sent after headers, as they are
     QByteArray body;
+    int trickleBytes = 0;      // > 0: send the body this many bytes ...
+    int trickleIntervalMs = 0; // ... per interval
     Framing framing = Framing::ContentLength;
+    qint64 endlessLimit = 64 * 1024 * 1024;
     // Announced instead of the real length; when larger, the server sends the
     // body it has, then stays silent, or closes with closeWhenShort.
     qint64 declaredLength = -1;
     bool closeWhenShort = false;
-    int trickleBytes = 0;      // > 0: send the body this many bytes ...
-    int trickleIntervalMs = 0; // ... per interval
-    qint64 endlessLimit = 64 * 1024 * 1024;
 };
 
 // A scriptable HTTP/1.1 server on 127.0.0.1 (a free port) for tests. Lives on
@@ -52,6 +58,8 @@ class HttpTestServer : public QObject {
 
 public:
     using Headers = HttpTestRoute::Headers;
+    using Behaviour = HttpTestRoute::Behaviour;
+    using Framing = HttpTestRoute::Framing;
 
     explicit HttpTestServer(QObject* parent = nullptr);
     ~HttpTestServer() override;
@@ -59,32 +67,38 @@ public:
     quint16 port() const { return m_listener.serverPort(); }
     QString url(const QString& path) const; // "http://127.0.0.1:<port>" + path
 
-    using Behaviour = HttpTestRoute::Behaviour;
-    using Framing = HttpTestRoute::Framing;
-    static constexpr qint64 EndlessLimit = 64 * 1024 * 1024;
-
     void setRoute(const QString& path, const HttpTestRoute& route) { m_routes.insert(path, route); }
     void setResponse(const QString& path, int status, const QByteArray& body, const Headers& headers = {}) {
-        setRoute(path, route(Behaviour::Answer, body, status, headers));
+        setRoute(path, HttpTestRoute(Behaviour::Answer, status, body, headers));
     }
     void setRedirect(const QString& path, const QString& location, int status = 302) {
         setResponse(path, status, QByteArray(), {{"Location", location.toUtf8()}});
     }
-    void setNeverAnswer(const QString& path) { setRoute(path, route(Behaviour::NeverAnswer)); }
-    void setCloseWithoutAnswer(const QString& path) { setRoute(path, route(Behaviour::Raw)); }
+    void setNeverAnswer(const QString& path) { setRoute(path, HttpTestRoute(Behaviour::NeverAnswer)); }
+    void setCloseWithoutAnswer(const QString& path) { setRoute(path, HttpTestRoute(Behaviour::Raw)); }
     // Sends answer as it is, then closes.
     void setRaw(const QString& path, const QByteArray& answer) {
-        setRoute(path, route(Behaviour::Raw, answer));
+        setRoute(path, HttpTestRoute(Behaviour::Raw, 0, answer));
     }
     // A "Content-Encoding: deflate" answer, compressed once, here.
     void setDeflate(const QString& path, const QByteArray& plainBody) {
         setResponse(path, 200, deflate(plainBody), {{"Content-Encoding", "deflate"}});
     }
     // bytesPerTick bytes every intervalMs, the full length announced up front.
-    void setTrickle(const QString& path, const QByteArray& body, int bytesPerTick, int intervalMs);
+    void setTrickle(const QString& path, const QByteArray& body, int bytesPerTick, int intervalMs) {
+        HttpTestRoute route(Behaviour::Answer, 200, body);
+        route.trickleBytes = qMax(1, bytesPerTick);
+        route.trickleIntervalMs = intervalMs;
+        setRoute(path, route);
+    }
     // pattern() bytes until the client closes or upperLimit bytes are out.
     void setEndless(const QString& path, Framing framing = Framing::Chunked,
-                    qint64 upperLimit = EndlessLimit);
+                    qint64 upperLimit = 64 * 1024 * 1024) {
+        HttpTestRoute route(Behaviour::Endless);
+        route.framing = framing;
+        route.endlessLimit = upperLimit;
+        setRoute(path, route);
+    }
     // A 200 answer with `count` extra fields of valueBytes each before body.
     void setHeaderFlood(const QString& path, int count, int valueBytes = 32,
                         const QByteArray& body = "flood");
@@ -107,9 +121,6 @@ public:
 
 private:
     friend class HttpTestConnection;
-
-    static HttpTestRoute route(Behaviour behaviour, const QByteArray& body = {}, int status = 200,
-                               const Headers& headers = {});
 
     QTcpServer m_listener;
     QHash<QString, HttpTestRoute> m_routes;

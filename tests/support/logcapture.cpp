@@ -11,10 +11,6 @@ struct LogCapture::Store {
 
 namespace {
 
-QString text(const log4cplus::tstring& text) {
-    return QString::fromStdString(text);
-}
-
 class CaptureAppender final : public log4cplus::Appender {
 public:
     explicit CaptureAppender(std::shared_ptr<LogCapture::Store> store)
@@ -25,7 +21,8 @@ public:
 protected:
     void append(const log4cplus::spi::InternalLoggingEvent& event) override {
         const QMutexLocker lock(&m_store->mutex);
-        m_store->entries.append({event.getLogLevel(), text(event.getLoggerName()), text(event.getMessage())});
+        m_store->entries.append({event.getLogLevel(), QString::fromStdString(event.getLoggerName()),
+                                 QString::fromStdString(event.getMessage())});
     }
 
 private:
@@ -60,15 +57,17 @@ QList<LogCapture::Entry> LogCapture::entries() const {
 }
 
 bool LogCapture::contains(log4cplus::LogLevel level, const QString& substring) const {
-    const QList<Entry> all = entries();
-    return std::any_of(all.begin(), all.end(),
-                       [&](const Entry& e) { return e.level == level && e.message.contains(substring); });
+    for (const Entry& e : entries())
+        if (e.level == level && e.message.contains(substring))
+            return true;
+    return false;
 }
 
 int LogCapture::count(const QString& substring) const {
-    const QList<Entry> all = entries();
-    return int(
-        std::count_if(all.begin(), all.end(), [&](const Entry& e) { return e.message.contains(substring); }));
+    int n = 0;
+    for (const Entry& e : entries())
+        n += e.message.contains(substring) ? 1 : 0;
+    return n;
 }
 
 void LogCapture::clear() {
@@ -79,7 +78,7 @@ void LogCapture::clear() {
 QString LogCapture::toString() const {
     QString lines;
     for (const Entry& entry : entries())
-        lines += text(log4cplus::getLogLevelManager().toString(entry.level)) + ' ' + entry.logger + ": " +
-                 entry.message + '\n';
+        lines += QString::fromStdString(log4cplus::getLogLevelManager().toString(entry.level)) + ' ' +
+                 entry.logger + ": " + entry.message + '\n';
     return lines;
 }

@@ -10,13 +10,11 @@
 #include <utility>
 #include <vector>
 
-// Captures every log line written while it lives, for tests that assert log
-// output. Construction attaches an in-memory appender to the root logger,
-// sets the root to TRACE and every existing logger to NOT_SET (inheriting
-// it); destruction removes the appender and restores the levels. Other
-// appenders keep their thresholds. Captures nest when destroyed in reverse
-// order. Lines may be logged, and queried, from any thread; a query sees
-// every line whose logging call has returned.
+// Captures every log line written while it lives: the root logger gets an
+// in-memory appender and TRACE, every existing logger NOT_SET (inheriting it),
+// all restored on destruction; other appenders keep their thresholds. Captures
+// nest when destroyed in reverse order. Lines may be logged, and queried, from
+// any thread; a query sees every line whose logging call has returned.
 class LogCapture {
 public:
     struct Entry {

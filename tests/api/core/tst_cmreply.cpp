@@ -45,8 +45,11 @@ TEST(CMReply, FirstCompletionWinsAndWatchersRunOnceInOrder) {
     }
 }
 
-TEST(CMReply, WatcherOfDestroyedReceiverIsNeverCalled) {
-    // Receiver gone before completion (true), or before the queued delivery.
+// A watcher whose receiver is gone (before completion, or before the queued
+// delivery) is never called. Queued watchers, and those added after completion
+// (a request to an unknown path may fail before its watcher is added), run
+// later from the event loop.
+TEST(CMReply, WatchersRunLaterWhenQueuedOrLateAndNeverForADestroyedReceiver) {
     const std::pair<Qt::ConnectionType, bool> cases[] = {
         {Qt::DirectConnection, true}, {Qt::QueuedConnection, true}, {Qt::QueuedConnection, false}};
     for (const auto& [type, goneBeforeCompletion] : cases) {
@@ -62,11 +65,7 @@ TEST(CMReply, WatcherOfDestroyedReceiverIsNeverCalled) {
         drainEvents();
         EXPECT_FALSE(called) << type << goneBeforeCompletion;
     }
-}
 
-// Queued watchers, and those added after completion (a request to an unknown
-// path may fail before its watcher is added), run later from the event loop.
-TEST(CMReply, QueuedAndLateWatchersRunLaterFromTheEventLoop) {
     CMReply<QVariant> reply;
     QObject receiver;
     QStringList seen;
