@@ -44,6 +44,7 @@ TEST(MimeTypes, SchemeDecidesFirstThenThePathSuffix) {
         {"", nullptr},
         {"mp3", nullptr},
         {"mmsx://host/a", nullptr},
+        {"1x://radio.example.mp3", "audio/mpeg"}, // a scheme starts with a letter: a plain path
     };
     for (const auto& c : cases) {
         const QString expected = c.expected ? QString::fromLatin1(c.expected) : fallback;
