@@ -81,7 +81,8 @@ struct SplWorld {
     TestServiceNode parser{scope.nodes(), ZuvoPlayerContentPlayLogicPlaylistPath()};
     const CMPath basePath{"/test/streamerPlayLogic"};
     PlayLogicInterface* const client = PlayLogicInterface::instance(basePath);
-    std::unique_ptr<TestStreamerPlayLogic> logic = std::make_unique<TestStreamerPlayLogic>(scope.nodes(), basePath);
+    std::unique_ptr<TestStreamerPlayLogic> logic =
+        std::make_unique<TestStreamerPlayLogic>(scope.nodes(), basePath);
 
     SplWorld() { parser.hold = true; }
     static CMPath stateChangePath() { return CMPath("/service/stateChange"); }
