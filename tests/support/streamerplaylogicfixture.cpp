@@ -65,6 +65,8 @@ ZuvoPlayLogicData TestStreamerPlayLogic::mediaPlaybackStarted(const ZuvoRoles& n
                                                               const ZuvoRoles& previousTrackRoles) {
     ++mediaStarts;
     ZuvoPlayLogicData result = StreamerPlayLogic::mediaPlaybackStarted(newTrackRoles, previousTrackRoles);
+    if (!controls)
+        return result;
     ZuvoPlayLogicControls controls;
     for (const QString& key :
          {ZuvoMetaDataControl::Pause(), ZuvoMetaDataControl::Next_(), ZuvoMetaDataControl::Previous(),

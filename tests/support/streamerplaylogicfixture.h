@@ -44,12 +44,14 @@ inline QString activeUri(const ZuvoRoles& roles) {
 
 } // namespace spltest
 
-// A play logic with a track list: every control is enabled once a media
-// starts, and the first of upcoming (if any) is sent as gapless next media.
+// A play logic with a track list: with controls set, every control is enabled
+// once a media starts; the first of upcoming (if any) is sent as gapless next
+// media.
 class TestStreamerPlayLogic : public StreamerPlayLogic {
 public:
     using StreamerPlayLogic::StreamerPlayLogic;
     QList<ZuvoRoles> upcoming;
+    bool controls = true;
     int prepareNextMediaCalls = 0;
     int tryResumeCalls = 0;
     int mediaStarts = 0;
@@ -67,7 +69,8 @@ public:
 };
 
 // A fresh registry with the test streamer, the service nodes (the parser
-// holds its requests) and the client at basePath. A play logic goes first.
+// holds its requests), the client at basePath and a play logic (destroyed
+// first).
 struct SplWorld {
     using Command = TestStreamerService::Command;
     CMRootScope scope;
@@ -78,6 +81,8 @@ struct SplWorld {
     TestServiceNode parser{scope.nodes(), ZuvoPlayerContentPlayLogicPlaylistPath()};
     const CMPath basePath{"/test/streamerPlayLogic"};
     PlayLogicInterface* const client = PlayLogicInterface::instance(basePath);
+    std::unique_ptr<TestStreamerPlayLogic> logic =
+        std::make_unique<TestStreamerPlayLogic>(scope.nodes(), basePath);
 
     SplWorld() { parser.hold = true; }
     static CMPath stateChangePath() { return CMPath("/service/stateChange"); }
@@ -89,13 +94,6 @@ struct SplWorld {
     // Plays track through the client and lets the streamer start what it got
     // (playing, 60000 ms, next playback id); empty data when stuck.
     ZuvoStreamerData playAndStart(const ZuvoRoles& track, const ZuvoRoles& media = ZuvoRoles());
-};
-
-// A world and a play logic of type Logic on it.
-template <typename Logic = TestStreamerPlayLogic> struct SplTest : ::testing::Test {
-    SplWorld h;
-    std::unique_ptr<Logic> logic = std::make_unique<Logic>(h.scope.nodes(), h.basePath);
-    ZuvoPlayLogicData published() const { return h.published(); }
 };
 
 // Every state the play logic publishes, in order.

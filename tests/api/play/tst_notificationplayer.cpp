@@ -109,17 +109,16 @@ TEST_F(NotificationPlayerTest, FileIsEnqueuedAndItsReplyWaitsForTheReport) {
     EXPECT_TRUE(acknowledged(ack));
     EXPECT_TRUE(reply.isFinished());
     EXPECT_FALSE(reply.hasError());
-}
 
-TEST_F(NotificationPlayerTest, EmptyPathFailsAtOnceAndSendsNothing) {
-    const CMReply<QVariant> reply = player.playNotification(QString(), ZuvoNotificationItemPriority::normal);
-    ASSERT_TRUE(reply.isFinished());
-    const CMError e = reply.error();
+    // An empty path fails at once and sends nothing.
+    const CMReply<QVariant> none = player.playNotification(QString(), ZuvoNotificationItemPriority::normal);
+    ASSERT_TRUE(none.isFinished());
+    const CMError e = none.error();
     EXPECT_EQ(
         QStringList({e.name(), e.title(), e.message()}),
         QStringList({"Error", CMError::DefaultTitle().toString(), "path to notification file is empty"}));
     drainEvents();
-    EXPECT_TRUE(service.enqueued.isEmpty());
+    EXPECT_EQ(service.enqueued.size(), 1);
 }
 
 // Finished (2) and error (4) end the notification once; a later report is
@@ -167,16 +166,16 @@ TEST_F(NotificationPlayerTest, ReportsByType) {
 
 // Reports that name no pending notification, malformed ones included, are
 // acknowledged, logged (except a cancelled one) and leave others alone.
-TEST_F(NotificationPlayerTest, ReportsForNoPendingNotificationAreAcknowledged) {
-    ZuvoNotificationPlayerItem pendingItem;
-    const CMReply<QVariant> pending = play(&pendingItem);
+TEST_F(NotificationPlayerTest, ReportsForNoPendingNotificationAndAfterACancel) {
+    ZuvoNotificationPlayerItem item;
+    const CMReply<QVariant> pending = play(&item);
     const QString stranger = QStringLiteral("alarm-stranger");
     const std::pair<QVariant, QString> rows[] = {
         {response(stranger, Type::finished), kUnknown + stranger},
         {response(stranger, Type::cancelled), QString()},
         {response(QString(), Type::finished), kUnknown},
         {QVariant(QStringLiteral("finished")), kUnknown},
-        {QVariantHash{{ZuvoValue::NotificationPlayerResponse(), pendingItem.id()}}, kUnknown},
+        {QVariantHash{{ZuvoValue::NotificationPlayerResponse(), item.id()}}, kUnknown},
         {QVariantHash{{ZuvoValue::NotificationPlayerResponse(),
                        QVariantHash{{ZuvoNotificationPlayerResponse::Id(), 7},
                                     {ZuvoNotificationPlayerResponse::Type(), 2}}}},
@@ -188,13 +187,11 @@ TEST_F(NotificationPlayerTest, ReportsForNoPendingNotificationAreAcknowledged) {
         EXPECT_EQ(errorLines(), line.isNull() ? QStringList() : QStringList{line}) << line.toStdString();
     }
     EXPECT_FALSE(pending.isFinished());
-}
 
-TEST_F(NotificationPlayerTest, CancelSendsOneCancelAndLaterReportsChangeNothing) {
-    ZuvoNotificationPlayerItem item;
-    const CMReply<QVariant> reply = play(&item);
-    reply.cancel();
-    EXPECT_EQ(reply.error().name(), CMVoidReply::ErrorCancel());
+    // Cancelled, it sends one cancel; later reports change nothing.
+    log.clear();
+    pending.cancel();
+    EXPECT_EQ(pending.error().name(), CMVoidReply::ErrorCancel());
     ASSERT_TRUE(waitUntil([&] { return !service.cancelled.isEmpty(); }));
     EXPECT_EQ(std::make_tuple(ZuvoValue(service.cancelled.first().data().toHash()).string_(),
                               service.cancelled.first().role()),
@@ -203,7 +200,7 @@ TEST_F(NotificationPlayerTest, CancelSendsOneCancelAndLaterReportsChangeNothing)
     EXPECT_TRUE(errorLines().isEmpty());
     EXPECT_TRUE(acknowledged(report(item, Type::finished)));
     EXPECT_EQ(errorLines(), QStringList{kUnknown + item.id()});
-    EXPECT_EQ(reply.error().name(), CMVoidReply::ErrorCancel());
+    EXPECT_EQ(pending.error().name(), CMVoidReply::ErrorCancel());
     drainEvents();
     EXPECT_EQ(service.cancelled.size(), 1);
 }

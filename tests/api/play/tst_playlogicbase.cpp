@@ -10,7 +10,9 @@
 #include "playlogicinterface.h"
 #include "support/eventloop.h"
 #include "support/logcapture.h"
+#include "support/records.h"
 
+using zuvotest::rolesTitled;
 using zuvotest::waitUntil;
 using Control = ZuvoPlayLogicControl;
 using State = ZuvoPlayLogicState;
@@ -67,11 +69,6 @@ private:
     }
 };
 
-ZuvoRoles titled(const QString& title) {
-    ZuvoRoles roles;
-    roles.setTitle(title);
-    return roles;
-}
 QString titleOf(const QVariantHash& playArgs) {
     return ZuvoPlayLogicPlayArgs(playArgs).mediaRoles().title();
 }
@@ -185,11 +182,11 @@ TEST(PlayLogicBase, DispatchByPublishedState) {
 // through the tree again, so it runs later.
 TEST(PlayLogicBase, PlaysWhilePlayingSendOneStopAndOnlyTheLastRunsOnceStopped) {
     Fixture f;
-    ASSERT_TRUE(finishes(f.client->play(titled("first"))));
+    ASSERT_TRUE(finishes(f.client->play(rolesTitled("first"))));
     f.logic->stopPublishes = false;
-    const CMReply<QVariant> a = f.client->play(titled("a"));
-    const CMReply<QVariant> b = f.client->play(titled("b"));
-    const CMReply<QVariant> c = f.client->play(titled("c"));
+    const CMReply<QVariant> a = f.client->play(rolesTitled("a"));
+    const CMReply<QVariant> b = f.client->play(rolesTitled("b"));
+    const CMReply<QVariant> c = f.client->play(rolesTitled("c"));
     ASSERT_TRUE(
         waitUntil([&] { return a.isFinished() && b.isFinished() && f.logic->count(Control::stop) == 1; }));
     zuvotest::drainEvents();
@@ -215,10 +212,31 @@ TEST(PlayLogicBase, PlaysWhilePlayingSendOneStopAndOnlyTheLastRunsOnceStopped) {
     f.logic->stopPublishes = true;
     f.logic->calls.clear();
     f.logic->publish(State::playing, true);
-    ASSERT_TRUE(finishes(f.client->play(titled("next"))));
+    ASSERT_TRUE(finishes(f.client->play(rolesTitled("next"))));
     ASSERT_EQ(f.logic->calls.size(), 2);
     EXPECT_EQ(f.logic->calls[0].first, Control::stop);
     EXPECT_EQ(titleOf(f.logic->calls[1].second), QStringLiteral("next"));
+
+    // Destroyed while a play waits for a stop: stopped is published once (no
+    // keepActive, media kept), and neither that play nor a later command is
+    // left unanswered.
+    f.logic->stopPublishes = false;
+    f.logic->publish(State::playing, true);
+    const CMReply<QVariant> waiting = f.client->play(rolesTitled("waiting"));
+    ASSERT_TRUE(waitUntil([&] { return f.logic->count(Control::stop) == 2; }));
+    QList<ZuvoPlayLogicData> published;
+    QObject context;
+    QObject::connect(f.logic.get(), &PlayLogicBase::playbackDataChanged, &context,
+                     [&](const ZuvoPlayLogicData& d) { published << d; });
+    f.logic.reset();
+    ASSERT_EQ(published.size(), 1);
+    EXPECT_EQ(f.client->data(), published[0]);
+    EXPECT_EQ(
+        std::make_tuple(published[0].state(), published[0].isSetKeepActive(), published[0].mediaRoles()),
+        std::make_tuple(State::stopped, false, rolesTitled("next")));
+    const CMReply<QVariant> late = f.client->next();
+    ASSERT_TRUE(finishes(waiting) && finishes(late));
+    EXPECT_FALSE(waiting.error().isEmpty() || late.error().isEmpty());
 }
 
 // Pings may repeat or go back but not skip ahead; a refused one moves the
@@ -282,37 +300,9 @@ TEST(PlayLogicBase, PingWatchdog) {
     f.logic->setUnsupervised();
     f.logic->publish(State::playing);
     EXPECT_FALSE(timer->isActive());
-    ASSERT_TRUE(finishes(f.client->play(titled("now"))));
+    ASSERT_TRUE(finishes(f.client->play(rolesTitled("now"))));
     ASSERT_TRUE(finishes(f.client->ping(8)));
     EXPECT_FALSE(timer->isActive());
     EXPECT_EQ(std::make_pair(f.logic->count(Control::play), f.logic->count(Control::stop)),
               std::make_pair(1, 1));
-}
-
-TEST(PlayLogicBase, DestructionPublishesStoppedAndRemovesTheControlNode) {
-    Fixture f;
-    f.logic->stopPublishes = false;
-    ZuvoPlayLogicData playing;
-    playing.setState(State::playing);
-    playing.setKeepActive(true);
-    playing.setMediaRoles(titled("album"));
-    f.logic->setData(playing);
-    const CMReply<QVariant> waiting = f.client->play(titled("waiting"));
-    ASSERT_TRUE(waitUntil([&] { return f.logic->count(Control::stop) == 1; }));
-    QList<ZuvoPlayLogicData> published;
-    QObject context;
-    QObject::connect(f.logic.get(), &PlayLogicBase::playbackDataChanged, &context,
-                     [&](const ZuvoPlayLogicData& d) { published << d; });
-    f.logic.reset();
-    ASSERT_EQ(published.size(), 1);
-    EXPECT_EQ(f.client->data(), published[0]);
-    EXPECT_EQ(
-        std::make_tuple(published[0].state(), published[0].isSetKeepActive(), published[0].mediaRoles()),
-        std::make_tuple(State::stopped, false, titled("album")));
-    // Neither the waiting play nor a later command is left unanswered.
-    ASSERT_TRUE(finishes(waiting));
-    EXPECT_FALSE(waiting.error().isEmpty());
-    const CMReply<QVariant> late = f.client->next();
-    ASSERT_TRUE(finishes(late));
-    EXPECT_FALSE(late.error().isEmpty());
 }

@@ -16,33 +16,24 @@ using zuvotest::drainEvents;
 using zuvotest::waitUntil;
 using Command = TestStreamerService::Command;
 using State = ZuvoPlayLogicState::Enum;
-using Spl = SplTest<>;
-using SplPlain = SplTest<StreamerPlayLogic>;
+using Reply = CMReply<QVariant>;
 
 namespace {
 
-constexpr State Stopped = ZuvoPlayLogicState::stopped;
-constexpr State Loading = ZuvoPlayLogicState::loading;
-constexpr State Playing = ZuvoPlayLogicState::playing;
-constexpr State Paused = ZuvoPlayLogicState::paused;
-const QString a1 = QStringLiteral("http://a/1");
-const QString a2 = QStringLiteral("http://a/2");
+constexpr State Stopped = ZuvoPlayLogicState::stopped, Loading = ZuvoPlayLogicState::loading,
+                Playing = ZuvoPlayLogicState::playing, Paused = ZuvoPlayLogicState::paused;
+const QString a1 = QStringLiteral("http://a/1"), a2 = QStringLiteral("http://a/2");
 
-bool finished(const CMReply<QVariant>& r) {
-    return waitUntil([&] { return r.isFinished(); });
-}
-bool ok(const CMReply<QVariant>& r) {
-    return finished(r) && !r.hasError();
-}
-bool reaches(const SplWorld& h, State s) {
+const auto finished = [](const Reply& r) { return waitUntil([&] { return r.isFinished(); }); };
+const auto ok = [](const Reply& r) { return finished(r) && !r.hasError(); };
+const auto reaches = [](const SplWorld& h, State s) {
     return waitUntil([&] { return h.published().state() == s; });
-}
-ZuvoRoles withPrePlay(const ZuvoRoles& r) {
+};
+const auto withPrePlay = [](const ZuvoRoles& r) {
     return spltest::withMetaData(r, [](ZuvoMetaData& m) { m.setPrePlayPath(SplWorld::prePlayPath()); });
-}
-// A world with its own TestStreamerPlayLogic (destroyed first).
-struct World : SplWorld {
-    TestStreamerPlayLogic logic{scope.nodes(), basePath};
+};
+const auto cmError = [](const char* name, const char* message = "") {
+    return CMError(QString::fromUtf8(name), QStringLiteral("t"), QString::fromUtf8(message));
 };
 QList<State> reportedStates(const TestServiceNode& node) {
     QList<State> states;
@@ -50,6 +41,11 @@ QList<State> reportedStates(const TestServiceNode& node) {
         states.append(ZuvoPlayLogicData(node.valueAt(i)).state());
     return states;
 }
+struct Spl : ::testing::Test {
+    SplWorld h;
+    TestStreamerPlayLogic* const logic = h.logic.get();
+    ZuvoPlayLogicData published() const { return h.published(); }
+};
 
 // A track played to its end, with or without a near end first: a stopped
 // streamer shows as loading until the playback has ended (once). The content
@@ -57,8 +53,8 @@ QList<State> reportedStates(const TestServiceNode& node) {
 TEST(StreamerPlayLogic, TrackPlaysToItsEnd) {
     for (const bool nearEnd : {true, false}) {
         SCOPED_TRACE(nearEnd);
-        World h;
-        TestStreamerPlayLogic& logic = h.logic;
+        SplWorld h;
+        TestStreamerPlayLogic& logic = *h.logic;
         EXPECT_EQ(logic.currentStreamId(), -1);
         ZuvoStreamerData data = h.playAndStart(spltest::withMetaData(
             item({a1}), [](ZuvoMetaData& m) { m.setContentStateChangePath(SplWorld::stateChangePath()); }));
@@ -78,9 +74,9 @@ TEST(StreamerPlayLogic, TrackPlaysToItsEnd) {
             ASSERT_TRUE(reaches(h, state));
         }
         h.streamer.publishBufferingLevel(57.0);
-        EXPECT_TRUE(waitUntil([&] { return h.client->bufferLevel() == 57.0; }));
         h.streamer.publishPlayTime(59000);
-        ASSERT_TRUE(waitUntil([&] { return h.client->playTime() == 59000; }));
+        ASSERT_TRUE(
+            waitUntil([&] { return h.client->bufferLevel() == 57.0 && h.client->playTime() == 59000; }));
         if (nearEnd) {
             data.setTrackNearEnd(true);
             h.streamer.publishData(data);
@@ -91,11 +87,10 @@ TEST(StreamerPlayLogic, TrackPlaysToItsEnd) {
         ASSERT_TRUE(reaches(h, Stopped));
         drainEvents();
         EXPECT_EQ(states.states, QList<State>({Playing, Paused, Playing, Loading, Stopped}));
-        EXPECT_EQ(logic.mediaStarts, 1);
-        EXPECT_EQ(std::make_tuple(h.count(Command::clearNextMedia), h.count(Command::stop),
+        EXPECT_EQ(std::make_tuple(logic.mediaStarts, h.count(Command::clearNextMedia), h.count(Command::stop),
                                   h.client->playTime(), h.client->playByte(), h.client->bufferLevel(),
                                   h.published().error()),
-                  std::make_tuple(nearEnd ? 1 : 0, 0, qint64(0), qint64(0), -1.0, QString()));
+                  std::make_tuple(1, nearEnd ? 1 : 0, 0, qint64(0), qint64(0), -1.0, QString()));
         EXPECT_EQ(reportedStates(h.stateChange), QList<State>({Playing, Paused, Playing, Stopped}));
         EXPECT_FALSE(ZuvoPlayLogicData(h.stateChange.valueAt(3)).isSetError());
     }
@@ -107,8 +102,7 @@ TEST(StreamerPlayLogic, TrackPlaysToItsEnd) {
 TEST(StreamerPlayLogic, NearEndQueuesWhatFollows) {
     const struct {
         const char* name;
-        bool live;
-        bool userStop;
+        bool live, userStop;
         const char* next; // expected next media; empty: none
     } rows[] = {{"live", true, false, "http://a/2"},
                 {"stored", false, false, ""},
@@ -116,8 +110,8 @@ TEST(StreamerPlayLogic, NearEndQueuesWhatFollows) {
                 {"live, stopped", true, true, ""}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        World h;
-        TestStreamerPlayLogic& logic = h.logic;
+        SplWorld h;
+        TestStreamerPlayLogic& logic = *h.logic;
         if (qstrcmp(row.name, "derived") == 0)
             logic.upcoming.append(item({row.next}));
         const ZuvoRoles media = item({a1, a2}, CMPath(), row.live);
@@ -134,10 +128,11 @@ TEST(StreamerPlayLogic, NearEndQueuesWhatFollows) {
         const bool next = *row.next != '\0';
         ASSERT_TRUE(h.waitForCount(next ? Command::setNextMedia : Command::clearNextMedia, 1));
         drainEvents();
-        EXPECT_EQ(h.count(Command::setNextMedia), next ? 1 : 0);
-        EXPECT_EQ(h.count(Command::clearNextMedia), next ? 0 : 1);
-        EXPECT_EQ(logic.prepareNextMediaCalls, row.live && next ? 0 : 1);
-        EXPECT_EQ(activeUri(h.sent(Command::setNextMedia, 0).roles()), QString::fromUtf8(row.next));
+        EXPECT_EQ(std::make_tuple(h.count(Command::setNextMedia), h.count(Command::clearNextMedia),
+                                  logic.prepareNextMediaCalls,
+                                  activeUri(h.sent(Command::setNextMedia, 0).roles())),
+                  std::make_tuple(next ? 1 : 0, next ? 0 : 1, row.live && next ? 0 : 1,
+                                  QString::fromUtf8(row.next)));
     }
 }
 
@@ -153,12 +148,12 @@ TEST(StreamerPlayLogic, NewPlaybackIdIsNewMediaOnlyWhenRunningWithoutError) {
         {"running", Playing, 0, true}, {"stopped", Stopped, 0, false}, {"failing", Playing, -16, false}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        World h;
-        TestStreamerPlayLogic& logic = h.logic;
+        SplWorld h;
+        TestStreamerPlayLogic& logic = *h.logic;
         ASSERT_FALSE(h.playAndStart(item({a1}, SplWorld::stateChangePath())).isEmpty());
         ASSERT_TRUE(waitUntil([&] { return h.stateChange.count() == 1; }));
         const ZuvoRoles second = item({a2}, SplWorld::stateChangePath());
-        const CMReply<QVariant> started = logic.sendPlayCommand(second, {});
+        const Reply started = logic.sendPlayCommand(second, {});
         ASSERT_TRUE(finished(started));
         ASSERT_EQ(started.value().toInt(), 2);
 
@@ -186,8 +181,7 @@ TEST(StreamerPlayLogic, NewPlaybackIdIsNewMediaOnlyWhenRunningWithoutError) {
 
 // A named streamer error leads to the next resource while there is one.
 TEST_F(Spl, StreamErrorFallsBackOverTheResources) {
-    const ZuvoRoles track = item({"http://r/1", "http://r/2", "http://r/3"});
-    ZuvoStreamerData data = h.playAndStart(track);
+    ZuvoStreamerData data = h.playAndStart(item({"http://r/1", "http://r/2", "http://r/3"}));
     ASSERT_FALSE(data.isEmpty());
     for (int failed = 1; failed <= 2; ++failed) {
         h.streamer.publishData(stoppedWith(data, -16, QStringLiteral("e")));
@@ -198,42 +192,35 @@ TEST_F(Spl, StreamErrorFallsBackOverTheResources) {
         h.streamer.publishData(data);
         ASSERT_TRUE(waitUntil([&] { return h.published().streamId() == failed + 1; }));
     }
-    EXPECT_EQ(h.published().state(), Playing);
-    EXPECT_TRUE(h.published().error().isEmpty());
+    EXPECT_EQ(std::make_pair(published().state(), published().error()), std::make_pair(Playing, QString()));
 }
 
-ZuvoRoles withResources(const QList<ZuvoResource>& resources, const ZuvoResource& active) {
-    ZuvoMediaData mediaData;
-    mediaData.setResources(ZuvoList<ZuvoResource>(resources));
-    mediaData.setActiveResource(active);
-    ZuvoRoles roles;
-    roles.setMediaData(mediaData);
-    return roles;
-}
-
+// Matching by uid wins over the uri; by data when neither is set.
 TEST_F(Spl, NextActiveResourceHasNoWrapAroundAndNoLoop) {
     const QList<ZuvoResource> list = item({"http://r/a", "http://r/b", "http://r/c"}).mediaData().resources();
-    const auto next = [&](const QList<ZuvoResource>& l, const ZuvoResource& a) {
-        return logic->nextActiveResource(withResources(l, a));
+    const auto roles = [](const QList<ZuvoResource>& resources, const ZuvoResource& active) {
+        ZuvoMediaData mediaData;
+        mediaData.setResources(ZuvoList<ZuvoResource>(resources));
+        mediaData.setActiveResource(active);
+        ZuvoRoles result;
+        result.setMediaData(mediaData);
+        return result;
     };
-    const auto at = [&](const QList<ZuvoResource>& l, const ZuvoResource& a) {
-        return logic->activeResourcePosition(withResources(l, a));
-    };
-    ZuvoResource stranger, byUid, d1, d2;
+    ZuvoResource stranger, byUid, d1, d2, second = list.at(1);
     stranger.setUri(QStringLiteral("http://r/x"));
-    byUid.setUid(QStringLiteral("u2")); // matching by uid wins over the uri; by data when neither is set
-    ZuvoResource second = list.at(1);
+    byUid.setUid(QStringLiteral("u2"));
     second.setUid(QStringLiteral("u2"));
     d1.setData(QVariant(1));
     d2.setData(QVariant(2));
-    EXPECT_EQ(activeUri(next(list, list.at(0))), QStringLiteral("http://r/b"));
-    EXPECT_TRUE(next(list, list.at(2)).isEmpty());
-    EXPECT_TRUE(next(list, stranger).isEmpty());
-    EXPECT_TRUE(next({list.at(0), list.at(0)}, list.at(0)).isEmpty());
-    EXPECT_EQ(at(list, list.at(2)), 2);
-    EXPECT_EQ(at(list, stranger), -1);
-    EXPECT_EQ(at({list.at(0), second, list.at(2)}, byUid), 1);
-    EXPECT_EQ(at({d1, d2}, d2), 1);
+    EXPECT_EQ(activeUri(logic->nextActiveResource(roles(list, list.at(0)))), QStringLiteral("http://r/b"));
+    for (const ZuvoRoles& end :
+         {roles(list, list.at(2)), roles(list, stranger), roles({list[0], list[0]}, list[0])})
+        EXPECT_TRUE(logic->nextActiveResource(end).isEmpty());
+    EXPECT_EQ(std::make_tuple(logic->activeResourcePosition(roles(list, list.at(2))),
+                              logic->activeResourcePosition(roles(list, stranger)),
+                              logic->activeResourcePosition(roles({list.at(0), second, list.at(2)}, byUid)),
+                              logic->activeResourcePosition(roles({d1, d2}, d2))),
+              std::make_tuple(2, -1, 1, 1));
 }
 
 // Requests wait behind the head's pre-play, whose answer is what is played.
@@ -244,12 +231,11 @@ TEST_F(Spl, PrePlayHoldsTheQueueAndAStopCancelsIt) {
     const ZuvoRoles viaPrePlay = withPrePlay(item({"http://p/1"}));
     logic->sendPlayCommand(viaPrePlay, {});
     const QString paused = ZuvoStreamerAttributesStartPaused();
-    const CMReply<QVariant> later = logic->sendPlayCommand(item({a2}), {{paused, QVariant(true)}});
+    const Reply later = logic->sendPlayCommand(item({a2}), {{paused, QVariant(true)}});
     ASSERT_TRUE(waitUntil([&] { return h.prePlay.count() == 1; }));
     drainEvents();
-    EXPECT_EQ(h.count(Command::play), 1);
-    EXPECT_FALSE(later.isFinished());
-    EXPECT_EQ(h.prePlay.requests.at(0).role(), ZuvoRoles::PrePlay());
+    EXPECT_EQ(std::make_tuple(h.count(Command::play), later.isFinished(), h.prePlay.requests.at(0).role()),
+              std::make_tuple(1, false, ZuvoRoles::PrePlay()));
     ZuvoRoles asked(h.prePlay.valueAt(0));
     EXPECT_TRUE(asked.mediaData().metaData().isSetPrePlayTimeOffset());
     EXPECT_EQ(asked.mediaData().metaData().prePlayTimeOffset(), 0);
@@ -263,12 +249,12 @@ TEST_F(Spl, PrePlayHoldsTheQueueAndAStopCancelsIt) {
     EXPECT_TRUE(h.sent(Command::play, 2).attributes().toHash().value(paused).toBool());
     EXPECT_FALSE(h.sent(Command::play, 1).attributes().toHash().value(paused, true).toBool());
 
-    const CMReply<QVariant> waiting = logic->sendPlayCommand(viaPrePlay, {});
+    const Reply waiting = logic->sendPlayCommand(viaPrePlay, {});
     ASSERT_TRUE(waitUntil([&] { return h.prePlay.count() == 2; }));
     EXPECT_TRUE(ok(h.client->stop(ZuvoPlayLogicStopReason::user)));
     ASSERT_TRUE(finished(waiting));
-    EXPECT_EQ(waiting.error().message(), QStringLiteral("Play request cancelled"));
-    EXPECT_EQ(waiting.error().name(), CMError::DefaultName());
+    EXPECT_EQ(std::make_pair(waiting.error().message(), waiting.error().name()),
+              std::make_pair(QStringLiteral("Play request cancelled"), CMError::DefaultName()));
     h.prePlay.requests.at(1).reply().setValue(h.prePlay.requests.at(1).data());
     drainEvents();
     EXPECT_EQ(h.count(Command::play), 3);
@@ -276,11 +262,9 @@ TEST_F(Spl, PrePlayHoldsTheQueueAndAStopCancelsIt) {
 
 TEST_F(Spl, FailedPrePlayFallsBackToTheNextResourceThenReports) {
     h.prePlay.answer = [](const CMSetDataRequest& request) {
-        request.reply().setError(
-            CMError(QStringLiteral("gone"), QStringLiteral("t"), QStringLiteral("Gone")));
+        request.reply().setError(cmError("gone", "Gone"));
     };
-    const ZuvoRoles track = withPrePlay(item({"http://p/1", "http://p/2"}));
-    h.client->playContainer(ZuvoRoles(), track, 0, 0);
+    h.client->playContainer(ZuvoRoles(), withPrePlay(item({"http://p/1", "http://p/2"})), 0, 0);
     ASSERT_TRUE(waitUntil([&] { return published().error() == QStringLiteral("Gone"); }));
     ASSERT_EQ(h.prePlay.count(), 2);
     EXPECT_EQ(activeUri(ZuvoRoles(h.prePlay.valueAt(1))), QStringLiteral("http://p/2"));
@@ -288,60 +272,54 @@ TEST_F(Spl, FailedPrePlayFallsBackToTheNextResourceThenReports) {
 }
 
 // A play while playing: the replaced play is cancelled, the streamer stopped
-// once; the newest runs after the old end, from a fresh record.
+// once; the newest runs after the old end, from a fresh record. Destroyed
+// while that one loads, the play logic stops the streamer.
 TEST_F(Spl, PlayWhilePlayingStopsOnceThenPlaysTheNewestAfresh) {
-    const ZuvoStreamerData running = h.playAndStart(item({a1}));
+    ZuvoStreamerData running = h.playAndStart(item({a1}));
     ASSERT_FALSE(running.isEmpty());
-    logic->reportError(CMError(QStringLiteral("e"), QStringLiteral("t"), QStringLiteral("Shown")));
-    PublishedStates states(logic.get());
+    logic->reportError(cmError("e", "Shown"));
+    PublishedStates states(logic);
     const ZuvoList<ZuvoRoles> matching({zuvotest::rolesTitled(QStringLiteral("matching"))});
     const ZuvoRoles media = spltest::withMetaData(
         item({"http://m/1"}), [&](ZuvoMetaData& m) { m.setMatchingMediaRoles(matching); });
     const ZuvoRoles track = item({"http://c/3"});
-    const CMReply<QVariant> replaced = h.client->playContainer(ZuvoRoles(), item({a2}), 0, 0);
-    const CMReply<QVariant> latest = h.client->playContainer(media, track, 0, 0);
+    const Reply replaced = h.client->playContainer(ZuvoRoles(), item({a2}), 0, 0);
+    const Reply latest = h.client->playContainer(media, track, 0, 0);
     ASSERT_TRUE(finished(replaced));
     EXPECT_EQ(replaced.error().name(), CMVoidReply::ErrorCancel());
     ASSERT_TRUE(h.waitForCount(Command::stop, 1));
-    ZuvoStreamerData stopped = running;
-    stopped.setState(Stopped);
-    h.streamer.publishData(stopped);
+    running.setState(Stopped);
+    h.streamer.publishData(running);
     ASSERT_TRUE(h.waitForCount(Command::play, 2));
-    EXPECT_EQ(h.count(Command::stop), 1);
-    EXPECT_EQ(activeUri(h.sent(Command::play, 1).roles()), QStringLiteral("http://c/3"));
-    EXPECT_TRUE(latest.isFinished());
-    EXPECT_FALSE(latest.hasError());
+    EXPECT_EQ(std::make_tuple(h.count(Command::stop), activeUri(h.sent(Command::play, 1).roles()),
+                              latest.isFinished(), latest.hasError()),
+              std::make_tuple(1, QStringLiteral("http://c/3"), true, false));
     EXPECT_EQ(states.states, QList<State>({Loading, Stopped, Loading}));
     const ZuvoPlayLogicData f = published();
     EXPECT_EQ(std::make_tuple(f.error(), f.isSetStreamId(), f.isSetStatus(), f.mediaRoles(), f.trackRoles()),
               std::make_tuple(QString(), false, false, media, track));
     EXPECT_EQ(f.matchingMediaRoles(), matching);
+
+    LogCapture log;
+    h.logic.reset();
+    EXPECT_TRUE(log.contains(log4cplus::WARN_LOG_LEVEL,
+                             QStringLiteral("Deleting streamer playlogic while not stopped")));
+    ASSERT_TRUE(h.waitForCount(Command::stop, 2));
+    EXPECT_EQ(published().state(), Stopped);
 }
 
 // A media the streamer refuses still answers the play; a stop then finds
 // nothing playing and ends the playback at once.
 TEST_F(Spl, RefusedMediaStillAnswersPlayAndStopClearsAtOnce) {
-    h.streamer.failNext(Command::play,
-                        CMError(QStringLiteral("refused"), QStringLiteral("t"), QStringLiteral("No")));
-    const CMReply<QVariant> play = h.client->playContainer(ZuvoRoles(), item({a1}), 0, 0);
+    h.streamer.failNext(Command::play, cmError("refused", "No"));
+    const Reply play = h.client->playContainer(ZuvoRoles(), item({a1}), 0, 0);
     ASSERT_TRUE(h.waitForCount(Command::play, 1));
-    EXPECT_TRUE(play.isFinished());
-    EXPECT_FALSE(play.hasError());
+    EXPECT_TRUE(play.isFinished() && !play.hasError());
     drainEvents();
     EXPECT_EQ(published().state(), Loading);
     EXPECT_TRUE(ok(h.client->stop(ZuvoPlayLogicStopReason::user)));
     ASSERT_TRUE(reaches(h, Stopped));
     EXPECT_EQ(h.client->bufferLevel(), -1.0);
-}
-
-TEST_F(Spl, DestroyingWhilePlayingStopsTheStreamer) {
-    ASSERT_FALSE(h.playAndStart(item({a1})).isEmpty());
-    LogCapture log;
-    logic.reset();
-    EXPECT_TRUE(log.contains(log4cplus::WARN_LOG_LEVEL,
-                             QStringLiteral("Deleting streamer playlogic while not stopped")));
-    ASSERT_TRUE(h.waitForCount(Command::stop, 1));
-    EXPECT_EQ(published().state(), Stopped);
 }
 
 // A stopped streamer by error code (and name): an error shown for a while,
@@ -391,9 +369,8 @@ TEST(StreamerPlayLogic, StoppedStreamerByCode) {
     for (const ErrorRow& row : errorRows) {
         SCOPED_TRACE(testing::Message() << "code " << row.code << " name '" << row.streamerErrorName
                                         << "' setup " << int(row.setup));
-        World h;
-        TestStreamerPlayLogic& logic = h.logic;
-        QTimer* const timer = logic.errorTimer();
+        SplWorld h;
+        QTimer* const timer = h.logic->errorTimer();
         ASSERT_NE(timer, nullptr);
         EXPECT_EQ(timer->interval(), 2000);
         // A second resource is at hand where none may be tried: after the
@@ -426,26 +403,25 @@ TEST(StreamerPlayLogic, StoppedStreamerByCode) {
         h.streamer.publishData(row.setup == Setup::Restart ? TestStreamerService::restartedData() : stopped);
 
         const bool toParser = row.outcome == Outcome::ToParser;
-        if (row.outcome == Outcome::Ended) {
-            ASSERT_TRUE(reaches(h, Stopped));
-        } else if (toParser)
-            ASSERT_TRUE(waitUntil([&] { return h.parser.count() == 1; }));
-        else
-            ASSERT_TRUE(waitUntil([&] { return !h.published().error().isEmpty(); }));
-        EXPECT_EQ(h.published().error(), QString::fromUtf8(row.message));
-        if (row.outcome != Outcome::Ended) {
-            EXPECT_EQ(h.published().state(), Loading);
-        }
-        EXPECT_EQ(timer->isActive(), row.outcome == Outcome::Shown);
+        ASSERT_TRUE(waitUntil([&] {
+            return toParser ? h.parser.count() == 1
+                            : (row.outcome == Outcome::Ended ? h.published().state() == Stopped
+                                                             : !h.published().error().isEmpty());
+        }));
+        const ZuvoPlayLogicData pub = h.published();
+        EXPECT_EQ(std::make_tuple(pub.error(), pub.state(), timer->isActive()),
+                  std::make_tuple(QString::fromUtf8(row.message),
+                                  row.outcome == Outcome::Ended ? Stopped : Loading,
+                                  row.outcome == Outcome::Shown));
         if (toParser) {
-            EXPECT_EQ(ZuvoRoles(h.parser.valueAt(0)), logic.currentTrackRoles());
+            EXPECT_EQ(ZuvoRoles(h.parser.valueAt(0)), h.logic->currentTrackRoles());
             EXPECT_EQ(activeUri(ZuvoRoles(h.parser.valueAt(0))), a1);
         }
         if (row.code != 0 && row.setup != Setup::UserStop) {
-            EXPECT_EQ(h.published().streamerError().code(), row.code);
+            EXPECT_EQ(pub.streamerError().code(), row.code);
         }
         if (row.setup == Setup::Restart) {
-            EXPECT_EQ(h.published().streamerError().name(), ZuvoStreamerErrorCrashed());
+            EXPECT_EQ(pub.streamerError().name(), ZuvoStreamerErrorCrashed());
         }
         drainEvents();
         ASSERT_EQ(h.stateChange.count(), toParser ? 1 : 2);
@@ -476,21 +452,18 @@ TEST_F(Spl, ErrorReportIsShownReplacedWithdrawnOrKeptAtTheEnd) {
     logic->reportError(CMError(QStringLiteral("first"), QString(), QString()));
     EXPECT_EQ(published().error(), QStringLiteral("first"));
     ASSERT_TRUE(waitUntil([&] { return timer->remainingTime() <= 250; }));
-    logic->reportError(
-        CMError(QStringLiteral("second"), QStringLiteral("t"), QStringLiteral("Second message")));
+    logic->reportError(cmError("second", "Second message"));
     EXPECT_EQ(published().error(), QStringLiteral("Second message"));
     EXPECT_GT(timer->remainingTime(), 250);
     EXPECT_EQ(logic->tryResumeCalls, 0);
     ASSERT_TRUE(waitUntil([&] { return published().error().isEmpty(); }));
-    EXPECT_EQ(logic->tryResumeCalls, 1);
-    EXPECT_EQ(published().state(), Playing);
+    EXPECT_EQ(std::make_pair(logic->tryResumeCalls, published().state()), std::make_pair(1, Playing));
 
-    logic->reportError(CMError(QStringLiteral("late"), QStringLiteral("t"), QStringLiteral("Late error")));
+    logic->reportError(cmError("late", "Late error"));
     h.streamer.publishData(stoppedWith(data, -13, QStringLiteral("eos")));
     ASSERT_TRUE(reaches(h, Stopped));
-    EXPECT_FALSE(timer->isActive());
-    EXPECT_EQ(published().error(), QStringLiteral("Late error"));
-    EXPECT_EQ(logic->tryResumeCalls, 1);
+    EXPECT_EQ(std::make_tuple(timer->isActive(), published().error(), logic->tryResumeCalls),
+              std::make_tuple(false, QStringLiteral("Late error"), 1));
 }
 
 TEST_F(Spl, PlaybackEndsOnlyWhenBothStopFlagsAreSet) {
@@ -503,95 +476,93 @@ TEST_F(Spl, PlaybackEndsOnlyWhenBothStopFlagsAreSet) {
     EXPECT_EQ(published().state(), Playing);
     logic->setStopFlag(StreamerPlayLogic::StreamerStopped);
     EXPECT_EQ(published().state(), Stopped);
-    PublishedStates states(logic.get()); // the set was emptied: one flag alone publishes nothing
+    PublishedStates states(logic); // the set was emptied: one flag alone publishes nothing
     logic->setStopFlag(StreamerPlayLogic::NoNextMedia);
     EXPECT_TRUE(states.states.isEmpty());
 }
 
-// A control the media does not enable succeeds and sends nothing; the debug
-// line names it (byte seek shares the time-seek text, which clients match).
-TEST_F(SplPlain, DisabledControlsSucceedAndSendNothing) {
-    ASSERT_FALSE(h.playAndStart(item({a1})).isEmpty());
-    using Send = CMReply<QVariant> (*)(PlayLogicInterface*);
-    const std::pair<Send, const char*> rows[] = {
-        {[](PlayLogicInterface* c) { return c->pause(); }, "Pause"},
-        {[](PlayLogicInterface* c) { return c->previous(); }, "Previous"},
-        {[](PlayLogicInterface* c) { return c->next(); }, "Next"},
-        {[](PlayLogicInterface* c) { return c->seekTime(1000); }, "SeekTime"},
-        {[](PlayLogicInterface* c) { return c->seekBytes(1000); }, "SeekTime"},
-        {[](PlayLogicInterface* c) { return c->setCurrentTrack(2); }, "SeekTrack"},
-        {[](PlayLogicInterface* c) { return c->like(); }, "Like"},
-        {[](PlayLogicInterface* c) { return c->dislike(); }, "Dislike"},
-    };
-    for (const auto& [send, name] : rows) {
-        LogCapture log;
-        const CMReply<QVariant> reply = send(h.client);
-        ASSERT_TRUE(finished(reply));
-        EXPECT_FALSE(reply.hasError()) << name;
-        EXPECT_TRUE(
-            log.contains(log4cplus::DEBUG_LOG_LEVEL, QString::fromUtf8(name) + " control is not enabled"))
-            << name;
-    }
-    drainEvents();
-    EXPECT_EQ(h.count(Command::pause) + h.count(Command::resume) + h.count(Command::seek), 0);
-}
-
-// Enabled: seeking needs a seekable stream and a relative seek stays within
+// Disabled, a control succeeds and sends nothing; the debug line names it
+// (byte seek shares the time-seek text, which clients match). Enabled,
+// seeking needs a seekable stream and a relative seek stays within
 // [0, end - 1 s]; controls with no step are not supported; play modes follow
 // the published support (shuffle, and normal always).
-TEST_F(Spl, EnabledControls) {
-    ZuvoStreamerData data = h.playAndStart(item({a1}));
-    ASSERT_FALSE(data.isEmpty());
-    EXPECT_TRUE(ok(h.client->seekTime(1000)));
-    EXPECT_TRUE(ok(h.client->seekBytes(1000)));
-    drainEvents();
-    EXPECT_EQ(h.count(Command::seek), 0);
-    ZuvoPlayLogicStatus status;
-    status.setDuration(60000);
-    status.setTimeSeek(true);
-    status.setByteSeek(true);
-    data.setStatus(status);
-    h.streamer.publishData(data);
-    ASSERT_TRUE(waitUntil([&] { return published().status().timeSeek(); }));
-    h.streamer.publishPlayTime(55000);
-    ASSERT_TRUE(waitUntil([&] { return h.client->playTime() == 55000; }));
-    const auto seekRelative = [this](qint64 relative) {
-        ZuvoPlayLogicSeekArgs args;
-        args.setControl(ZuvoPlayLogicControl::seekTime);
-        args.setTimeRelative(relative);
-        return h.client->control(args, CMReply<QVariant>());
-    };
-    const std::pair<CMReply<QVariant>, qint64> seeks[] = {{h.client->seekTime(1234), 1234},
-                                                          {seekRelative(10000), 59000},
-                                                          {seekRelative(-100000), 0},
-                                                          {seekRelative(-5000), 50000}};
-    ASSERT_TRUE(h.waitForCount(Command::seek, 4));
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_TRUE(seeks[i].first.isFinished() && !seeks[i].first.hasError());
-        EXPECT_EQ(ZuvoStreamerSeekPosition(h.streamer.invocations(Command::seek).at(i).args()).timeMs(),
-                  seeks[i].second);
-    }
-    EXPECT_TRUE(ok(h.client->seekBytes(4096)));
-    ASSERT_TRUE(h.waitForCount(Command::seek, 5));
-    const ZuvoStreamerSeekPosition bytes(h.streamer.last(Command::seek).args());
-    EXPECT_EQ(bytes.bytes(), 4096);
-    EXPECT_FALSE(bytes.isSetTimeMs());
-
-    for (const CMReply<QVariant>& reply :
-         {h.client->previous(), h.client->like(), h.client->dislike(), h.client->setCurrentTrack(1)}) {
-        ASSERT_TRUE(finished(reply));
-        EXPECT_EQ(reply.error().message(), QStringLiteral("Operation not supported."));
-    }
-    EXPECT_TRUE(ok(h.client->next()));
-    EXPECT_EQ(h.count(Command::play), 1);
-    using Mode = ZuvoPlayerPlayMode;
-    const std::pair<int, Mode::Enum> modes[] = {{Mode::shuffle, Mode::shuffle},
-                                                {Mode::repeatOne, Mode::shuffle},
-                                                {9, Mode::shuffle},
-                                                {Mode::normal, Mode::normal}};
-    for (const auto& [mode, expected] : modes) {
-        EXPECT_TRUE(ok(h.client->changePlayMode(Mode::Enum(mode))));
-        EXPECT_EQ(h.client->playMode(), expected) << mode;
+TEST(StreamerPlayLogic, Controls) {
+    for (const bool enabled : {false, true}) {
+        SCOPED_TRACE(enabled);
+        SplWorld h;
+        h.logic->controls = enabled;
+        ZuvoStreamerData data = h.playAndStart(item({a1}));
+        ASSERT_FALSE(data.isEmpty());
+        using C = PlayLogicInterface*;
+        const std::pair<Reply (*)(C), const char*> disabled[] = {
+            {[](C c) { return c->pause(); }, "Pause"},
+            {[](C c) { return c->previous(); }, "Previous"},
+            {[](C c) { return c->next(); }, "Next"},
+            {[](C c) { return c->seekTime(1000); }, "SeekTime"},
+            {[](C c) { return c->seekBytes(1000); }, "SeekTime"},
+            {[](C c) { return c->setCurrentTrack(2); }, "SeekTrack"},
+            {[](C c) { return c->like(); }, "Like"},
+            {[](C c) { return c->dislike(); }, "Dislike"},
+        };
+        for (const auto& [send, name] : disabled) {
+            if (enabled && qstrcmp(name, "SeekTime") != 0)
+                continue; // enabled, a seek still needs a seekable stream
+            LogCapture log;
+            EXPECT_TRUE(ok(send(h.client))) << name;
+            EXPECT_EQ(
+                log.contains(log4cplus::DEBUG_LOG_LEVEL, QString::fromUtf8(name) + " control is not enabled"),
+                !enabled)
+                << name;
+        }
+        drainEvents();
+        EXPECT_EQ(h.count(Command::pause) + h.count(Command::resume) + h.count(Command::seek), 0);
+        if (!enabled)
+            continue;
+        ZuvoPlayLogicStatus status;
+        status.setDuration(60000);
+        status.setTimeSeek(true);
+        status.setByteSeek(true);
+        data.setStatus(status);
+        h.streamer.publishData(data);
+        h.streamer.publishPlayTime(55000);
+        ASSERT_TRUE(
+            waitUntil([&] { return h.published().status().timeSeek() && h.client->playTime() == 55000; }));
+        const auto seekRelative = [&](qint64 relative) {
+            ZuvoPlayLogicSeekArgs args;
+            args.setControl(ZuvoPlayLogicControl::seekTime);
+            args.setTimeRelative(relative);
+            return h.client->control(args, Reply());
+        };
+        const std::pair<Reply, qint64> seeks[] = {{h.client->seekTime(1234), 1234},
+                                                  {seekRelative(10000), 59000},
+                                                  {seekRelative(-100000), 0},
+                                                  {seekRelative(-5000), 50000}};
+        ASSERT_TRUE(h.waitForCount(Command::seek, 4));
+        for (int i = 0; i < 4; ++i) {
+            EXPECT_TRUE(seeks[i].first.isFinished() && !seeks[i].first.hasError());
+            EXPECT_EQ(ZuvoStreamerSeekPosition(h.streamer.invocations(Command::seek).at(i).args()).timeMs(),
+                      seeks[i].second);
+        }
+        EXPECT_TRUE(ok(h.client->seekBytes(4096)));
+        ASSERT_TRUE(h.waitForCount(Command::seek, 5));
+        const ZuvoStreamerSeekPosition bytes(h.streamer.last(Command::seek).args());
+        EXPECT_EQ(std::make_pair(bytes.bytes(), bytes.isSetTimeMs()), std::make_pair(qint64(4096), false));
+        for (const Reply& reply :
+             {h.client->previous(), h.client->like(), h.client->dislike(), h.client->setCurrentTrack(1)}) {
+            ASSERT_TRUE(finished(reply));
+            EXPECT_EQ(reply.error().message(), QStringLiteral("Operation not supported."));
+        }
+        EXPECT_TRUE(ok(h.client->next()));
+        EXPECT_EQ(h.count(Command::play), 1);
+        using Mode = ZuvoPlayerPlayMode;
+        const std::pair<int, Mode::Enum> modes[] = {{Mode::shuffle, Mode::shuffle},
+                                                    {Mode::repeatOne, Mode::shuffle},
+                                                    {9, Mode::shuffle},
+                                                    {Mode::normal, Mode::normal}};
+        for (const auto& [mode, expected] : modes) {
+            EXPECT_TRUE(ok(h.client->changePlayMode(Mode::Enum(mode))));
+            EXPECT_EQ(h.client->playMode(), expected) << mode;
+        }
     }
 }
 
@@ -614,7 +585,7 @@ TEST(StreamerPlayLogic, PauseTogglesAndAnExpiredResourceIsRefetchedOnResume) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        World h;
+        SplWorld h;
         h.prePlay.answer = [](const CMSetDataRequest& request) { request.reply().setValue(request.data()); };
         ZuvoRoles track = item({"http://p/1"});
         ZuvoMediaData mediaData = track.mediaData();
@@ -638,7 +609,7 @@ TEST(StreamerPlayLogic, PauseTogglesAndAnExpiredResourceIsRefetchedOnResume) {
         const int prePlaysBefore = h.prePlay.count();
 
         LogCapture log;
-        const CMReply<QVariant> resume = h.client->pause();
+        const Reply resume = h.client->pause();
         ASSERT_TRUE(h.waitForCount(row.refetch ? Command::play : Command::resume, row.refetch ? 2 : 1));
         if (row.refetch) {
             ASSERT_EQ(h.prePlay.count(), prePlaysBefore + 1);
