@@ -4,6 +4,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <gtest/gtest.h>
+#include <tuple>
 
 #include "support/eventloop.h"
 #include "support/httptestserver.h"
@@ -57,12 +58,8 @@ TEST(ZuvoPlParse, Runs) {
     const QString dataUrl = QStringLiteral("file://") + QDir(data).absolutePath() + QLatin1Char('/');
     const auto url = [&](const char* path) { return server.url(QString::fromLatin1(path)); };
     const QString json = QStringLiteral("--json");
-    struct Case {
-        QStringList args;
-        int exitCode;
-        QStringList expected; // in the output
-    };
-    const Case cases[] = {
+    // Arguments, exit code, and texts the output contains.
+    const std::tuple<QStringList, int, QStringList> cases[] = {
         // The content type stands in for the header of a local file.
         {{json, "--content-type", "video/x-ms-asf", data + "stream.ini"},
          0,
@@ -86,10 +83,10 @@ TEST(ZuvoPlParse, Runs) {
          2,
          {"stdout:\nstderr:", "error: unknownFormat: Unknown playlist format detected.\n"}},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.args.join(QLatin1Char(' ')).toStdString());
-        const QString output = plparse(c.args, c.exitCode);
-        for (const QString& expected : c.expected)
-            EXPECT_TRUE(output.contains(expected)) << output.toStdString();
+    for (const auto& [args, exitCode, expected] : cases) {
+        SCOPED_TRACE(args.join(QLatin1Char(' ')).toStdString());
+        const QString output = plparse(args, exitCode);
+        for (const QString& text : expected)
+            EXPECT_TRUE(output.contains(text)) << output.toStdString();
     }
 }

@@ -54,11 +54,9 @@ protected:
         for (const char* path : {"/a/l.m3u", "/b/l.m3u", "/c/l.m3u"})
             server.setResponse(QString::fromLatin1(path), 200, "#EXTM3U\nsub/x.mp3\ny.mp3\n");
         server.setResponse(QStringLiteral("/asf.ini"), 200, ini, {{"Content-Type", "video/x-ms-asf"}});
-        server.setResponse(QStringLiteral("/plain.ini"), 200, ini,
-                           {{"Content-Type", "video/x-ms-asf; charset=utf-8"}});
+        server.setResponse("/plain.ini", 200, ini, {{"Content-Type", "video/x-ms-asf; charset=utf-8"}});
         server.setResponse(QStringLiteral("/text"), 200, "nothing");
-        server.setResponse(QStringLiteral("/missing"), 404, "<html>Not Found</html>",
-                           {{"Content-Type", "text/html"}});
+        server.setResponse("/missing", 404, "<html>Not Found</html>", {{"Content-Type", "text/html"}});
         server.setNeverAnswer(QStringLiteral("/silent"));
     }
 
@@ -86,8 +84,9 @@ protected:
 
 // Whatever the answer (error status, none; read limit and time-out in
 // tst_hostilepeers), fetchDone() comes once with what arrived, Content-Type
-// parameters included.
-TEST_F(PlayListParseNodeTest, DataKeepsBodyAndContentTypeOfAnyAnswer) {
+// parameters included; a fetch refused, cancelled or destroyed never reports;
+// a destroyed node fails its running jobs.
+TEST_F(PlayListParseNodeTest, FetchesEndOnceOrNeverAndDestroyedNodeFailsJobs) {
     const std::tuple<QString, QByteArray, QString> cases[] = {
         {url("/plain.ini"), "[Reference]\r\nRef1=http://wm.example.com/live\r\n",
          "video/x-ms-asf; charset=utf-8"},
@@ -109,6 +108,43 @@ TEST_F(PlayListParseNodeTest, DataKeepsBodyAndContentTypeOfAnyAnswer) {
         EXPECT_EQ(data.data().toStdString(), body.toStdString());
         EXPECT_EQ(data.contentType(), contentType);
     }
+
+    const QString silent = url("/silent");
+    const auto requested = [&](int n) {
+        return waitUntil([&] { return server.requestCount(QStringLiteral("/silent")) == n; }, WaitMs);
+    };
+    LogCapture capture;
+    EXPECT_FALSE(PlayListData(QString(), CMSetDataRequest()).fetch());
+    auto data = std::make_unique<PlayListData>(silent, CMSetDataRequest());
+    int done = 0;
+    QObject::connect(data.get(), &PlayListData::fetchDone, [&done] { ++done; });
+    ASSERT_TRUE(data->fetch());
+    EXPECT_FALSE(data->fetch());
+    ASSERT_TRUE(requested(1));
+    EXPECT_TRUE(data->cancelFetch());
+    EXPECT_FALSE(data->isFetching());
+    EXPECT_FALSE(data->cancelFetch());
+    ASSERT_TRUE(waitUntil([&] { return server.openConnections() == 0; }, WaitMs));
+    zuvotest::drainEvents();
+    EXPECT_EQ(done, 0);
+    for (const char* line : {"Can not fetch empty url!", "Fetch already in progress",
+                             "Error canceling HttpClient: fetcherId is NULL!"})
+        EXPECT_TRUE(capture.contains(log4cplus::ERROR_LOG_LEVEL, QString::fromLatin1(line))) << line;
+    ASSERT_TRUE(data->fetch()); // idle again
+    ASSERT_TRUE(requested(2));
+    data.reset();
+    EXPECT_TRUE(waitUntil([&] { return server.openConnections() == 0; }, WaitMs));
+
+    const CMReply<QVariant> replies[] = {request(item({silent})), request(item({silent}))};
+    ASSERT_TRUE(requested(4));
+    EXPECT_FALSE(replies[0].isFinished());
+    delete node;
+    for (const CMReply<QVariant>& reply : replies)
+        expectError(reply, QStringLiteral("PlayListParseNodeIsDeleted"),
+                    "PlayListParseNode is being destroyed");
+    EXPECT_TRUE(waitUntil([&] { return server.openConnections() == 0; }, WaitMs));
+    zuvotest::drainEvents();
+    EXPECT_TRUE(root.nodes()->allNodes().isEmpty());
 }
 
 // A request ends as a list node, numbered per parse, whose rows resolve against
@@ -151,14 +187,12 @@ TEST_F(PlayListParseNodeTest, RequestsBecomeListNodesOrErrors) {
         const CMReply<QVariant> reply = request(c.request);
         if (c.result == QStringLiteral("emptyUrl")) {
             expectError(reply, c.result, "URL is empty in request!");
-            EXPECT_TRUE(
-                capture.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("URL is empty in request!")));
+            EXPECT_TRUE(capture.contains(log4cplus::ERROR_LOG_LEVEL, "URL is empty in request!"));
             continue;
         }
         ASSERT_TRUE(waitUntil([&] { return reply.isFinished(); }, WaitMs));
         if (c.rows == 0) {
-            EXPECT_TRUE(
-                capture.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("Unknown format found.")));
+            EXPECT_TRUE(capture.contains(log4cplus::ERROR_LOG_LEVEL, "Unknown format found."));
             expectError(reply, c.result, "Unknown playlist format detected.");
             continue;
         }
@@ -184,47 +218,6 @@ TEST_F(PlayListParseNodeTest, RequestsBecomeListNodesOrErrors) {
     EXPECT_EQ(timer->interval(), 10000);
     timer->setInterval(100);
     EXPECT_TRUE(waitUntil([&] { return root.nodes()->node(listPath) == nullptr; }, WaitMs));
-}
-
-// A fetch refused, cancelled or destroyed never reports; a destroyed node
-// fails its running jobs.
-TEST_F(PlayListParseNodeTest, CancelAndDestructionEndFetches) {
-    const QString silent = url("/silent");
-    const auto requested = [&](int n) {
-        return waitUntil([&] { return server.requestCount(QStringLiteral("/silent")) == n; }, WaitMs);
-    };
-    LogCapture capture;
-    EXPECT_FALSE(PlayListData(QString(), CMSetDataRequest()).fetch());
-    auto data = std::make_unique<PlayListData>(silent, CMSetDataRequest());
-    int done = 0;
-    QObject::connect(data.get(), &PlayListData::fetchDone, [&done] { ++done; });
-    ASSERT_TRUE(data->fetch());
-    EXPECT_FALSE(data->fetch());
-    ASSERT_TRUE(requested(1));
-    EXPECT_TRUE(data->cancelFetch());
-    EXPECT_FALSE(data->isFetching());
-    EXPECT_FALSE(data->cancelFetch());
-    ASSERT_TRUE(waitUntil([&] { return server.openConnections() == 0; }, WaitMs));
-    zuvotest::drainEvents();
-    EXPECT_EQ(done, 0);
-    for (const char* line : {"Can not fetch empty url!", "Fetch already in progress",
-                             "Error canceling HttpClient: fetcherId is NULL!"})
-        EXPECT_TRUE(capture.contains(log4cplus::ERROR_LOG_LEVEL, QString::fromLatin1(line))) << line;
-    ASSERT_TRUE(data->fetch()); // idle again
-    ASSERT_TRUE(requested(2));
-    data.reset();
-    EXPECT_TRUE(waitUntil([&] { return server.openConnections() == 0; }, WaitMs));
-
-    const CMReply<QVariant> replies[] = {request(item({silent})), request(item({silent}))};
-    ASSERT_TRUE(requested(4));
-    EXPECT_FALSE(replies[0].isFinished());
-    delete node;
-    for (const CMReply<QVariant>& reply : replies)
-        expectError(reply, QStringLiteral("PlayListParseNodeIsDeleted"),
-                    "PlayListParseNode is being destroyed");
-    EXPECT_TRUE(waitUntil([&] { return server.openConnections() == 0; }, WaitMs));
-    zuvotest::drainEvents();
-    EXPECT_TRUE(root.nodes()->allNodes().isEmpty());
 }
 
 // Rows from fromRow to toRow, clamped to the last row; an index below 0 reads

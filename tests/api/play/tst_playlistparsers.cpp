@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <string>
+#include <tuple>
 #include <vector>
 
-#include "logging.h"
 #include "playlistdata.h"
 #include "playlistparsenode.h"
 #include "playlistparsers.h"
@@ -212,13 +212,8 @@ TEST(PlayListParsers, FormatsAndHostileBodies) {
     QByteArray plsFiles;
     for (int i = 1; i <= count; ++i)
         plsFiles += "File" + QByteArray::number(i) + "=x\n";
-    struct Hostile {
-        const char* name;
-        QByteArray body;
-        char accepts;
-        int rows;
-    };
-    const std::vector<Hostile> hostile = {
+    // Name, body, the parser that takes it, the number of rows.
+    const std::vector<std::tuple<const char*, QByteArray, char, int>> hostile = {
         {"binary", binary, 0, 0},
         {"invalid UTF-8", "#EXTM3U\n#EXTINF:1,Bj\xf6rk - J\xf3ga\n\xff\xfe\xc0\xaf.mp3\n", 'M', 1},
         {"CR-only URL list is one line", "http://a/1\rhttp://a/2\r", 'U', 1},
@@ -255,14 +250,14 @@ TEST(PlayListParsers, FormatsAndHostileBodies) {
          "<?wpl version=\"1.0\"?><smil>" + QByteArray("<media src='x'/>").repeated(count) + "</smil>", 'W',
          max},
     };
-    for (const Hostile& c : hostile) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, body, accepts, expected] : hostile) {
+        SCOPED_TRACE(name);
         LogCapture capture;
-        const std::string rows = all.parse(c.body, c.accepts, c.name);
-        EXPECT_EQ(rows.empty() ? 0 : std::count(rows.begin(), rows.end(), '\n') + 1, c.rows);
+        const std::string rows = all.parse(body, accepts, name);
+        EXPECT_EQ(rows.empty() ? 0 : std::count(rows.begin(), rows.end(), '\n') + 1, expected);
         // Once per parse: by the parser and by the parse node.
-        EXPECT_EQ(capture.count(QStringLiteral("Playlist has more than 10000 entries; ignoring the rest")),
-                  c.rows == max ? 2 : 0);
-        EXPECT_EQ(rows.find("last|~last|audio/unknown") != std::string::npos, c.accepts == 'P');
+        EXPECT_EQ(capture.count("Playlist has more than 10000 entries; ignoring the rest"),
+                  expected == max ? 2 : 0);
+        EXPECT_EQ(rows.find("last|~last|audio/unknown") != std::string::npos, accepts == 'P');
     }
 }
