@@ -6,15 +6,11 @@
 
 #include "logging.h"
 #include "mimetypes.h"
-#include "model/cmactivatenode.h"
-#include "model/cmnodes.h"
 #include "playlistparsenode.h"
-#include "playlogicinterface.h"
-#include "streamerplaylogic.h"
 #include "support/eventloop.h"
 #include "support/httptestserver.h"
 #include "support/logcapture.h"
-#include "support/teststreamerservice.h"
+#include "support/streamerplaylogicfixture.h"
 
 using zuvotest::HttpTestServer;
 using zuvotest::waitUntil;
@@ -33,19 +29,8 @@ public:
     using StreamerPlayLogic::StreamerPlayLogic;
 };
 
-// A pre-play service that never answers: a request sent through it stays
-// queued in the play logic.
-class SilentService : public QObject {
-public:
-    explicit SilentService(CMNodes* nodes) {
-        CMActivateNode::create(nodes, PrePlayPath)->setInvoke(this, &SilentService::take);
-    }
-    void take(const CMSetDataRequest& request) { requests.append(request); }
-    QList<CMSetDataRequest> requests;
-};
-
 // An item titled "My radio" whose resource is at uri, played through the
-// silent pre-play service when viaPrePlay.
+// pre-play service when viaPrePlay.
 ZuvoRoles itemAt(const QString& uri, bool viaPrePlay = false) {
     ZuvoResource resource;
     resource.setUri(uri);
@@ -63,21 +48,6 @@ ZuvoRoles itemAt(const QString& uri, bool viaPrePlay = false) {
     return roles;
 }
 
-// One world per case: registry, streamer, HTTP server, parse node, play
-// logic and its client.
-struct World {
-    World() {
-        auto* parseNode = new PlayListParseNode(ZuvoPlayerContentPlayLogicPlaylistPath()); // registry-owned
-        parseNode->setNodes(root.nodes());
-    }
-
-    CMRootScope root;
-    TestStreamerService streamer{root.nodes()};
-    HttpTestServer server;
-    HandOffPlayLogic logic{root.nodes(), LogicPath};
-    PlayLogicInterface* client = PlayLogicInterface::instance(LogicPath);
-};
-
 } // namespace
 
 // Every "not a media stream" code leads to the parser; the first of the first
@@ -90,55 +60,57 @@ TEST(PlaylistHandOff, UnplayableStreamIsParsedAndItsFirstEntryPlayed) {
         QByteArray body;
         const char* played; // "": not played
         const char* error;  // the client's
-        log4cplus::LogLevel level;
-        const char* log;
+        const char* warning;
         bool anotherRequestWaits = false;
     };
     const QByteArray noRef = "<entry><title>t</title></entry>";
     const Case cases[] = {
         {-14, 200, "#EXTM3U\n#EXTINF:-1,One\nhttp://radio/one.mp3\nhttp://radio/two.mp3\n",
-         "http://radio/one.mp3", "", log4cplus::INFO_LOG_LEVEL, "Got 2 from "},
+         "http://radio/one.mp3", "", ""},
         {-22, 200, "<asx>" + noRef.repeated(9) + "<entry><ref href='http://h/10.mp3'/></entry></asx>",
-         "http://h/10.mp3", "", log4cplus::INFO_LOG_LEVEL, "Got 10 from "},
+         "http://h/10.mp3", "", ""},
         {-15, 200, "<asx>" + noRef.repeated(10) + "<entry><ref href='http://h/11.mp3'/></entry></asx>", "",
-         "Returned data does not contain any URL after parsing playlist file!", log4cplus::WARN_LOG_LEVEL,
+         "Returned data does not contain any URL after parsing playlist file!",
          "returned data does not contain any URL after parsing playlist file"},
         {-15, 404, "<html>Not Found</html>", "", "Unknown playlist format detected.",
-         log4cplus::WARN_LOG_LEVEL, "reply error: unknownFormat"},
-        {-15, 200, "[playlist]\nFile1=http://radio/one.mp3\n", "", "", log4cplus::WARN_LOG_LEVEL,
+         "reply error: unknownFormat"},
+        {-15, 200, "[playlist]\nFile1=http://radio/one.mp3\n", "", "",
          "Another play request in progress, ignore roles from playlist parser", true},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.log);
-        World w;
-        SilentService prePlay(w.root.nodes());
-        w.server.setResponse(QStringLiteral("/list"), c.status, c.body);
-        const ZuvoRoles item = itemAt(w.server.url(QStringLiteral("/list")));
-        w.client->playContainer(ZuvoRoles(), item, 0, 0);
-        ASSERT_TRUE(w.streamer.waitForCount(Command::play, 1));
-        ASSERT_TRUE(waitUntil([&] { return w.client->data().state() != ZuvoPlayLogicState::stopped; }));
+        SCOPED_TRACE(testing::Message() << c.code << ' ' << c.played << c.warning);
+        CMRootScope root;
+        TestStreamerService streamer(root.nodes());
+        HttpTestServer server;
+        HandOffPlayLogic logic(root.nodes(), LogicPath);
+        (new PlayListParseNode(ZuvoPlayerContentPlayLogicPlaylistPath()))->setNodes(root.nodes());
+        PlayLogicInterface* client = PlayLogicInterface::instance(LogicPath);
+        TestServiceNode prePlay(root.nodes(), PrePlayPath);
+        prePlay.hold = true; // a request through it stays queued
+        server.setResponse(QStringLiteral("/list"), c.status, c.body);
+        const ZuvoRoles item = itemAt(server.url(QStringLiteral("/list")));
+        client->playContainer(ZuvoRoles(), item, 0, 0);
+        ASSERT_TRUE(streamer.waitForCount(Command::play, 1));
+        ASSERT_TRUE(waitUntil([&] { return client->data().state() != ZuvoPlayLogicState::stopped; }));
         if (c.anotherRequestWaits) {
-            // A next track whose pre-play never answers stays queued.
-            w.logic.sendSetNextMediaCommand(itemAt(QStringLiteral("http://h/next.mp3"), true),
-                                            QVariantHash());
+            logic.sendSetNextMediaCommand(itemAt(QStringLiteral("http://h/next.mp3"), true), QVariantHash());
             ASSERT_TRUE(waitUntil([&] { return prePlay.requests.size() == 1; }));
         }
         LogCapture log;
         ZuvoStreamerData refused = TestStreamerService::makeData(1, ZuvoPlayLogicState::stopped);
         refused.setTrackRoles(item);
         refused.setError(TestStreamerService::makeError(c.code));
-        w.streamer.publishData(refused);
-        ASSERT_TRUE(waitUntil([&] { return log.contains(c.level, QString::fromLatin1(c.log)); }, WaitMs))
-            << log.toString().toStdString();
-        EXPECT_TRUE(
-            waitUntil([&] { return w.client->data().error() == QString::fromLatin1(c.error); }, WaitMs));
+        streamer.publishData(refused);
+        EXPECT_TRUE(waitUntil([&] { return client->data().error() == c.error; }, WaitMs));
         if (!*c.played) {
+            const auto warned = [&] { return log.contains(log4cplus::WARN_LOG_LEVEL, c.warning); };
+            ASSERT_TRUE(waitUntil(warned, WaitMs)) << log.toString().toStdString();
             zuvotest::drainEvents();
-            EXPECT_EQ(w.streamer.count(Command::play), 1);
-            EXPECT_EQ(w.streamer.count(Command::setNextMedia), 0);
+            EXPECT_EQ(streamer.count(Command::play), 1);
+            EXPECT_EQ(streamer.count(Command::setNextMedia), 0);
         } else {
-            ASSERT_TRUE(w.streamer.waitForCount(Command::play, 2, WaitMs)) << log.toString().toStdString();
-            const ZuvoRoles played = ZuvoStreamerPlayArgs(w.streamer.last(Command::play).args()).roles();
+            ASSERT_TRUE(streamer.waitForCount(Command::play, 2, WaitMs)) << log.toString().toStdString();
+            const ZuvoRoles played = ZuvoStreamerPlayArgs(streamer.last(Command::play).args()).roles();
             const ZuvoResource active = played.mediaData().activeResource();
             EXPECT_EQ(active.uri().toStdString(), c.played);
             EXPECT_EQ(active.mimeType(), MimeTypes::Audio::unknown());
@@ -146,9 +118,9 @@ TEST(PlaylistHandOff, UnplayableStreamIsParsedAndItsFirstEntryPlayed) {
             EXPECT_EQ(played.title(), QStringLiteral("My radio")) << "the item's own data stays";
             EXPECT_EQ(played.mediaData().resources(), item.mediaData().resources());
         }
-        w.client->stop(ZuvoPlayLogicStopReason::user);
+        client->stop(ZuvoPlayLogicStopReason::user);
         if (*c.played)
-            w.streamer.publishData(TestStreamerService::makeData(2, ZuvoPlayLogicState::stopped));
-        ASSERT_TRUE(waitUntil([&] { return w.client->data().state() == ZuvoPlayLogicState::stopped; }));
+            streamer.publishData(TestStreamerService::makeData(2, ZuvoPlayLogicState::stopped));
+        ASSERT_TRUE(waitUntil([&] { return client->data().state() == ZuvoPlayLogicState::stopped; }));
     }
 }

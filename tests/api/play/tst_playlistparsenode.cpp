@@ -1,6 +1,7 @@
 #include <QUrl>
 #include <climits>
 #include <gtest/gtest.h>
+#include <memory>
 #include <tuple>
 #include <vector>
 
@@ -49,31 +50,22 @@ protected:
     void SetUp() override {
         node = new PlayListParseNode(NodePath); // owned by the registry
         node->setNodes(root.nodes());
+        const QByteArray ini = "[Reference]\r\nRef1=http://wm.example.com/live\r\n";
+        for (const char* path : {"/a/l.m3u", "/b/l.m3u", "/c/l.m3u"})
+            server.setResponse(QString::fromLatin1(path), 200, "#EXTM3U\nsub/x.mp3\ny.mp3\n");
+        server.setResponse(QStringLiteral("/asf.ini"), 200, ini, {{"Content-Type", "video/x-ms-asf"}});
+        server.setResponse("/plain.ini", 200, ini, {{"Content-Type", "video/x-ms-asf; charset=utf-8"}});
+        server.setResponse(QStringLiteral("/text"), 200, "nothing");
+        server.setResponse("/missing", 404, "<html>Not Found</html>", {{"Content-Type", "text/html"}});
+        server.setNeverAnswer(QStringLiteral("/silent"));
     }
+
+    QString url(const char* path) const { return server.url(QString::fromLatin1(path)); }
 
     static CMReply<QVariant> request(const QVariant& roles) {
         CMReply<QVariant> reply;
         CMRoot()->invoke(NodePath, roles, reply);
         return reply;
-    }
-
-    // The URIs of the rows of a list node, whose rows are audio items of "svc".
-    static QStringList rowsOf(const QString& path) {
-        CMReply<ZuvoRowsRoles> reply;
-        CMRoot()->getRows(CMPath::fromEncoded(path), 0, 99, 0, {ZuvoRoles::MediaData(), ZuvoRoles::Type()},
-                          reply);
-        EXPECT_TRUE(reply.isFinished()) << "get-rows must be answered at once";
-        EXPECT_FALSE(reply.hasError()) << reply.error();
-        QStringList uris;
-        for (const QVariant& value : reply.value().rows().toList()) {
-            const QVariantList row = value.toList();
-            const ZuvoMediaData mediaData(row.value(0).toHash());
-            EXPECT_EQ(row.value(1).toInt(), 3);
-            EXPECT_EQ(mediaData.metaData().serviceID(), QStringLiteral("svc"));
-            uris.append(mediaData.resources().value(0).uri());
-        }
-        EXPECT_EQ(reply.value().rowsCount(), uris.size());
-        return uris;
     }
 
     static void expectError(const CMReply<QVariant>& reply, const QString& name, const char* message) {
@@ -90,23 +82,76 @@ protected:
 
 } // namespace
 
-// Every request ends as a list node, numbered per successful parse, whose rows
-// resolve against the URL (the active resource's, else the first resource's),
-// see its Content-Type and carry the requesting service; or, whatever went
-// wrong on the way (more ways in tst_hostilepeers), as unknownFormat; or,
+// Whatever the answer (error status, none; read limit and time-out in
+// tst_hostilepeers), fetchDone() comes once with what arrived, Content-Type
+// parameters included; a fetch refused, cancelled or destroyed never reports;
+// a destroyed node fails its running jobs.
+TEST_F(PlayListParseNodeTest, FetchesEndOnceOrNeverAndDestroyedNodeFailsJobs) {
+    const std::tuple<QString, QByteArray, QString> cases[] = {
+        {url("/plain.ini"), "[Reference]\r\nRef1=http://wm.example.com/live\r\n",
+         "video/x-ms-asf; charset=utf-8"},
+        {url("/missing"), "<html>Not Found</html>", "text/html"},
+        {QStringLiteral("http://127.0.0.1:%1/refused").arg(HttpTestServer::unusedPort()), "", ""},
+        {QStringLiteral("ftp://127.0.0.1/x"), "", ""},
+    };
+    for (const auto& [uri, body, contentType] : cases) {
+        SCOPED_TRACE(uri.toStdString());
+        PlayListData data(uri, CMSetDataRequest());
+        int done = 0;
+        QObject::connect(&data, &PlayListData::fetchDone, [&done] { ++done; });
+        ASSERT_TRUE(data.fetch());
+        EXPECT_TRUE(data.isFetching());
+        ASSERT_TRUE(waitUntil([&] { return done > 0; }, WaitMs));
+        zuvotest::drainEvents();
+        EXPECT_EQ(done, 1);
+        EXPECT_FALSE(data.isFetching());
+        EXPECT_EQ(data.data().toStdString(), body.toStdString());
+        EXPECT_EQ(data.contentType(), contentType);
+    }
+
+    const QString silent = url("/silent");
+    const auto requested = [&](int n) {
+        return waitUntil([&] { return server.requestCount(QStringLiteral("/silent")) == n; }, WaitMs);
+    };
+    LogCapture capture;
+    EXPECT_FALSE(PlayListData(QString(), CMSetDataRequest()).fetch());
+    auto data = std::make_unique<PlayListData>(silent, CMSetDataRequest());
+    int done = 0;
+    QObject::connect(data.get(), &PlayListData::fetchDone, [&done] { ++done; });
+    ASSERT_TRUE(data->fetch());
+    EXPECT_FALSE(data->fetch());
+    ASSERT_TRUE(requested(1));
+    EXPECT_TRUE(data->cancelFetch());
+    EXPECT_FALSE(data->isFetching());
+    EXPECT_FALSE(data->cancelFetch());
+    ASSERT_TRUE(waitUntil([&] { return server.openConnections() == 0; }, WaitMs));
+    zuvotest::drainEvents();
+    EXPECT_EQ(done, 0);
+    for (const char* line : {"Can not fetch empty url!", "Fetch already in progress",
+                             "Error canceling HttpClient: fetcherId is NULL!"})
+        EXPECT_TRUE(capture.contains(log4cplus::ERROR_LOG_LEVEL, QString::fromLatin1(line))) << line;
+    ASSERT_TRUE(data->fetch()); // idle again
+    ASSERT_TRUE(requested(2));
+    data.reset();
+    EXPECT_TRUE(waitUntil([&] { return server.openConnections() == 0; }, WaitMs));
+
+    const CMReply<QVariant> replies[] = {request(item({silent})), request(item({silent}))};
+    ASSERT_TRUE(requested(4));
+    EXPECT_FALSE(replies[0].isFinished());
+    delete node;
+    for (const CMReply<QVariant>& reply : replies)
+        expectError(reply, QStringLiteral("PlayListParseNodeIsDeleted"),
+                    "PlayListParseNode is being destroyed");
+    EXPECT_TRUE(waitUntil([&] { return server.openConnections() == 0; }, WaitMs));
+    zuvotest::drainEvents();
+    EXPECT_TRUE(root.nodes()->allNodes().isEmpty());
+}
+
+// A request ends as a list node, numbered per parse, whose rows resolve against
+// the active (else first) resource's URL, see its Content-Type and carry the
+// requesting service; as unknownFormat (more ways in tst_hostilepeers); or,
 // without a URL, at once as emptyUrl.
 TEST_F(PlayListParseNodeTest, RequestsBecomeListNodesOrErrors) {
-    const QByteArray ini = "[Reference]\r\nRef1=http://wm.example.com/live\r\n";
-    for (const char* path : {"/a/l.m3u", "/b/l.m3u", "/c/l.m3u"})
-        server.setResponse(QString::fromLatin1(path), 200, "#EXTM3U\nsub/x.mp3\ny.mp3\n");
-    server.setResponse(QStringLiteral("/asf.ini"), 200, ini, {{"Content-Type", "video/x-ms-asf"}});
-    server.setResponse(QStringLiteral("/plain.ini"), 200, ini,
-                       {{"Content-Type", "video/x-ms-asf; charset=utf-8"}});
-    server.setResponse(QStringLiteral("/text"), 200, "nothing");
-    server.setResponse(QStringLiteral("/missing"), 404, "<html>Not Found</html>",
-                       {{"Content-Type", "text/html"}});
-    const auto url = [&](const char* path) { return server.url(QString::fromLatin1(path)); };
-    // ZUVO_TEST_DATA is set by CTest.
     const QString data = qEnvironmentVariable("ZUVO_TEST_DATA");
     const QString local = QUrl::fromLocalFile(data + QStringLiteral("/party.m3u")).toString();
     const QString unknown = QStringLiteral("unknownFormat");
@@ -122,7 +167,6 @@ TEST_F(PlayListParseNodeTest, RequestsBecomeListNodesOrErrors) {
         {item({url("/a/l.m3u"), url("/b/l.m3u")}, url("/c/l.m3u")), url("/c/sub/x.mp3"), 2},
         {item({url("/a/l.m3u"), url("/b/l.m3u")}, ""), url("/a/sub/x.mp3"), 2},
         {item({url("/asf.ini")}), QStringLiteral("mmsh://wm.example.com/live"), 1},
-        {item({url("/plain.ini")}), QStringLiteral("http://wm.example.com/live"), 1},
         {item({url("/missing")}), unknown},
         {item({QStringLiteral("http://127.0.0.1:%1/refused.m3u").arg(HttpTestServer::unusedPort())}),
          unknown},
@@ -143,25 +187,25 @@ TEST_F(PlayListParseNodeTest, RequestsBecomeListNodesOrErrors) {
         const CMReply<QVariant> reply = request(c.request);
         if (c.result == QStringLiteral("emptyUrl")) {
             expectError(reply, c.result, "URL is empty in request!");
-            EXPECT_TRUE(
-                capture.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("URL is empty in request!")));
+            EXPECT_TRUE(capture.contains(log4cplus::ERROR_LOG_LEVEL, "URL is empty in request!"));
             continue;
         }
         ASSERT_TRUE(waitUntil([&] { return reply.isFinished(); }, WaitMs));
-        const QString fetched = ZuvoRoles(c.request.toHash()).mediaData().resources().value(0).uri();
         if (c.rows == 0) {
-            EXPECT_TRUE(capture.contains(log4cplus::INFO_LOG_LEVEL,
-                                         QStringLiteral("Parsing playlist at uri: ") + fetched));
-            EXPECT_TRUE(
-                capture.contains(log4cplus::ERROR_LOG_LEVEL, QStringLiteral("Unknown format found.")));
+            EXPECT_TRUE(capture.contains(log4cplus::ERROR_LOG_LEVEL, "Unknown format found."));
             expectError(reply, c.result, "Unknown playlist format detected.");
             continue;
         }
         ASSERT_FALSE(reply.hasError()) << reply.error();
-        EXPECT_EQ(reply.value().toString(), QStringLiteral("/playlistParser/%1").arg(listNodes++));
-        const QStringList uris = rowsOf(reply.value().toString());
-        EXPECT_EQ(uris.size(), c.rows);
-        EXPECT_EQ(uris.value(0), c.result);
+        const QString path = QStringLiteral("/playlistParser/%1").arg(listNodes++);
+        EXPECT_EQ(reply.value().toString(), path);
+        CMReply<ZuvoRowsRoles> rows;
+        CMRoot()->getRows(CMPath::fromEncoded(path), 0, 99, 0, {ZuvoRoles::MediaData()}, rows);
+        ASSERT_TRUE(rows.isFinished()) << "get-rows must be answered at once";
+        EXPECT_EQ(rows.value().rowsCount(), c.rows);
+        const ZuvoMediaData first(rows.value().rows().toList().value(0).toList().value(0).toHash());
+        EXPECT_EQ(first.metaData().serviceID(), QStringLiteral("svc"));
+        EXPECT_EQ(first.resources().value(0).uri(), c.result);
     }
     EXPECT_EQ(server.requestCount(QStringLiteral("/b/l.m3u")), 0);
     EXPECT_EQ(root.nodes()->allNodes().size(), 1 + listNodes);
@@ -174,22 +218,6 @@ TEST_F(PlayListParseNodeTest, RequestsBecomeListNodesOrErrors) {
     EXPECT_EQ(timer->interval(), 10000);
     timer->setInterval(100);
     EXPECT_TRUE(waitUntil([&] { return root.nodes()->node(listPath) == nullptr; }, WaitMs));
-}
-
-TEST_F(PlayListParseNodeTest, DestroyedNodeFailsRunningJobs) {
-    server.setNeverAnswer(QStringLiteral("/silent"));
-    const CMReply<QVariant> replies[] = {request(item({server.url(QStringLiteral("/silent"))})),
-                                         request(item({server.url(QStringLiteral("/silent"))}))};
-    ASSERT_TRUE(waitUntil([&] { return server.requestCount(QStringLiteral("/silent")) == 2; }, WaitMs));
-    EXPECT_FALSE(replies[0].isFinished());
-
-    delete node;
-    for (const CMReply<QVariant>& reply : replies)
-        expectError(reply, QStringLiteral("PlayListParseNodeIsDeleted"),
-                    "PlayListParseNode is being destroyed");
-    EXPECT_TRUE(waitUntil([&] { return server.openConnections() == 0; }, WaitMs));
-    zuvotest::drainEvents();
-    EXPECT_TRUE(root.nodes()->allNodes().isEmpty());
 }
 
 // Rows from fromRow to toRow, clamped to the last row; an index below 0 reads
