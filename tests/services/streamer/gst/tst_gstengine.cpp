@@ -135,6 +135,15 @@ int countEntries(const char* dir) {
 // over: nothing hangs (a waiting about-to-finish is released), nothing
 // leaks, threads and descriptors come back. ZUVO_GST_STRESS_CYCLES sets the
 // number of cycles (default 60, a few seconds; a few hundred for a soak).
+// The missing file's error is posted inside play() itself: the play that
+// replaces it at once must not receive it.
+TEST_F(GstEngineTest, APlayReplacedAtOnceLeavesItsErrorsBehind) {
+    EngineRun run(wavSink());
+    run.engine->play(path(QStringLiteral("missing.wav")), ZuvoRoles(), false);
+    EXPECT_TRUE(run.playToTheEnd(write(QStringLiteral("a.wav"), gsttest::wavFile(gsttest::tone(4410, 1)))))
+        << run.code << " " << run.detail.toStdString();
+}
+
 TEST_F(GstEngineTest, StopAndDestroyAtEveryPointOfATransition) {
     bool ok = false;
     const int requested = qEnvironmentVariableIntValue("ZUVO_GST_STRESS_CYCLES", &ok);
