@@ -22,12 +22,7 @@ ZuvoRoles item(const QStringList& uris, const CMPath& stateChangePath, bool live
         resource.setUri(uri);
         resources.append(resource);
     }
-    ZuvoMetaData metaData;
-    metaData.setLive(live);
-    if (!stateChangePath.isEmpty())
-        metaData.setPlaybackStateChangePath(stateChangePath);
     ZuvoMediaData mediaData;
-    mediaData.setMetaData(metaData);
     mediaData.setResources(resources);
     if (!resources.isEmpty())
         mediaData.setActiveResource(resources.first());
@@ -35,7 +30,11 @@ ZuvoRoles item(const QStringList& uris, const CMPath& stateChangePath, bool live
     roles.setTitle(uris.isEmpty() ? QStringLiteral("empty") : uris.first());
     roles.setType(ZuvoRolesType::audio);
     roles.setMediaData(mediaData);
-    return roles;
+    return withMetaData(roles, [&](ZuvoMetaData& m) {
+        m.setLive(live);
+        if (!stateChangePath.isEmpty())
+            m.setPlaybackStateChangePath(stateChangePath);
+    });
 }
 
 ZuvoRoles withMetaData(ZuvoRoles roles, const std::function<void(ZuvoMetaData&)>& change) {
@@ -78,14 +77,6 @@ ZuvoPlayLogicData TestStreamerPlayLogic::mediaPlaybackStarted(const ZuvoRoles& n
     controls.setPlayMode(modes);
     result.setControls(controls);
     return result;
-}
-
-void TestStreamerPlayLogic::prepareNextMedia() {
-    ++prepareNextMediaCalls;
-    if (upcoming.isEmpty())
-        StreamerPlayLogic::prepareNextMedia();
-    else
-        sendSetNextMediaCommand(upcoming.takeFirst(), QVariantHash());
 }
 
 ZuvoStreamerPlayArgs SplWorld::sent(Command command, int i) const {

@@ -14,7 +14,7 @@
 #include "support/teststreamerservice.h"
 #include "zuvo.h"
 
-// A service node stand-in (pre-play, state change, display, parser): records
+// A service node stand-in (pre-play, state change, display): records
 // every request (delivered queued) and answers it with answer, by default an
 // empty success; with hold set the test answers through requests.
 class TestServiceNode : public QObject {
@@ -44,13 +44,10 @@ inline QString activeUri(const ZuvoRoles& roles) {
 
 } // namespace spltest
 
-// A play logic with a track list: with controls set, every control is enabled
-// once a media starts; the first of upcoming (if any) is sent as gapless next
-// media.
+// With controls set, every control is enabled once a media starts.
 class TestStreamerPlayLogic : public StreamerPlayLogic {
 public:
     using StreamerPlayLogic::StreamerPlayLogic;
-    QList<ZuvoRoles> upcoming;
     bool controls = true;
     int prepareNextMediaCalls = 0;
     int tryResumeCalls = 0;
@@ -59,18 +56,20 @@ public:
     using StreamerPlayLogic::nextActiveResource;
     using StreamerPlayLogic::reportError;
     using StreamerPlayLogic::sendPlayCommand;
+    using StreamerPlayLogic::sendSetNextMediaCommand;
     using StreamerPlayLogic::setStopFlag;
     ZuvoPlayLogicData mediaPlaybackStarted(const ZuvoRoles& newTrackRoles,
                                            const ZuvoRoles& previousTrackRoles) override;
-    void prepareNextMedia() override;
+    void prepareNextMedia() override {
+        ++prepareNextMediaCalls;
+        StreamerPlayLogic::prepareNextMedia();
+    }
     void tryResumePlayback() override { ++tryResumeCalls; }
-    // The error-report timer (test seam: found by object name).
     QTimer* errorTimer() const { return findChild<QTimer*>(QStringLiteral("errorReportTimer")); }
 };
 
-// A fresh registry with the test streamer, the service nodes (the parser
-// holds its requests), the client at basePath and a play logic (destroyed
-// first).
+// A fresh registry with the test streamer, the service nodes, the client at
+// basePath and a play logic (destroyed first).
 struct SplWorld {
     using Command = TestStreamerService::Command;
     CMRootScope scope;
@@ -78,13 +77,11 @@ struct SplWorld {
     TestServiceNode stateChange{scope.nodes(), stateChangePath()};
     TestServiceNode prePlay{scope.nodes(), prePlayPath()};
     TestServiceNode display{scope.nodes(), ZuvoNotificationDisplayOpenPath()};
-    TestServiceNode parser{scope.nodes(), ZuvoPlayerContentPlayLogicPlaylistPath()};
     const CMPath basePath{"/test/streamerPlayLogic"};
     PlayLogicInterface* const client = PlayLogicInterface::instance(basePath);
     std::unique_ptr<TestStreamerPlayLogic> logic =
         std::make_unique<TestStreamerPlayLogic>(scope.nodes(), basePath);
 
-    SplWorld() { parser.hold = true; }
     static CMPath stateChangePath() { return CMPath("/service/stateChange"); }
     static CMPath prePlayPath() { return CMPath("/service/prePlay"); }
     ZuvoPlayLogicData published() const { return client->data(); }
