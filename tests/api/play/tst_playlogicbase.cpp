@@ -93,7 +93,6 @@ TEST(PlayLogicBase, PublishedValues) {
     EXPECT_EQ(std::make_tuple(f.client->playTime(), f.client->playByte(), f.client->bufferLevel(),
                               f.client->playMode(), f.client->data().isEmpty()),
               std::make_tuple(qint64(0), qint64(0), -1.0, ZuvoPlayerPlayMode::normal, true));
-    EXPECT_TRUE(CMRoot()->getValue(f.client->dataPath()).isValid());
     for (const CMPath& path : {f.client->dataPath(), f.client->playTimePath(), f.client->playBytePath(),
                                f.client->bufferingLevelPath(), f.client->playModePath()}) {
         ZuvoValue value;
