@@ -80,8 +80,7 @@ ZuvoPlayLogicData TestStreamerPlayLogic::mediaPlaybackStarted(const ZuvoRoles& n
 }
 
 ZuvoStreamerPlayArgs SplWorld::sent(Command command, int i) const {
-    const QList<TestStreamerService::Invocation> list = streamer.invocations(command);
-    return i < list.size() ? ZuvoStreamerPlayArgs(list.at(i).args()) : ZuvoStreamerPlayArgs();
+    return ZuvoStreamerPlayArgs(streamer.invocations(command).value(i).args());
 }
 
 ZuvoStreamerData SplWorld::playAndStart(const ZuvoRoles& track, const ZuvoRoles& media) {
