@@ -2,6 +2,7 @@
 // whose records come back as the play logic's published values.
 
 #include <QDateTime>
+#include <QElapsedTimer>
 #include <gtest/gtest.h>
 
 #include "support/eventloop.h"
@@ -540,8 +541,11 @@ TEST(StreamerPlayLogic, PauseTogglesAndAnExpiredResourceIsRefetchedOnResume) {
         ASSERT_FALSE(data.isEmpty());
         h.streamer.publishPlayTime(42000);
         ASSERT_TRUE(waitUntil([&] { return h.client->playTime() == 42000; }));
+        QElapsedTimer clock; // the clock of the pause instant
+        clock.start();
         h.client->pause();
         ASSERT_TRUE(h.waitForCount(Command::pause, 1));
+        EXPECT_GE(StreamerPlayLogic::pauseInstant(), clock.msecsSinceReference());
         data.setState(Paused);
         h.streamer.publishData(data);
         ASSERT_TRUE(reaches(h, Paused));
