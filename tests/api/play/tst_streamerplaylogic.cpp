@@ -144,7 +144,8 @@ TEST(StreamerPlayLogic, NewPlaybackIdIsNewMediaOnlyWhenRunningWithoutError) {
         ASSERT_TRUE(finished(started));
         ASSERT_EQ(started.value().toInt(), 2);
 
-        ZuvoStreamerData data = spltest::streamerData(2, row.state, second);
+        // Without track roles: the play logic knows them by the playback id.
+        ZuvoStreamerData data = spltest::streamerData(2, row.state, ZuvoRoles());
         if (row.errorCode != 0)
             data.setError(TestStreamerService::makeError(row.errorCode, QStringLiteral("e")));
         h.streamer.publishData(data);
