@@ -37,7 +37,6 @@ public:
 
     explicit TestStreamerService(CMNodes* nodes);
     ~TestStreamerService() override;
-    Q_DISABLE_COPY(TestStreamerService)
 
     QList<Invocation> invocations() const { return m_invocations; }
     QList<Invocation> invocations(Command command) const;
