@@ -410,7 +410,6 @@ TEST_F(StreamerControllerTest, BufferingPlayTimeBufferedBytesAndABufferingConfig
     drainEvents();
     EXPECT_EQ(streamer->playTime(), 0) << "detached until enable()";
     controller->enable();
-    controller->enable(); // a second enable watches nothing twice
     service.publishPlayTime(1234);
     service.publishData(dataOf(9, kPlaying)); // no playback of ours: read, not passed on
     const std::vector<std::pair<double, int>> cases = {
