@@ -1,7 +1,5 @@
 #include "teststreamerservice.h"
 
-#include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include "model/cmactivatenode.h"
@@ -57,7 +55,7 @@ void TestStreamerService::reset() {
 
 void TestStreamerService::onInvoked(const CMSetDataRequest& request) {
     const Command command = Command(commandPaths().indexOf(request.path().withoutParams()));
-    m_invocations.append(Invocation{command, request.data(), request});
+    m_invocations.append(Invocation{command, request.data()});
     Answer answer = [this, command](const CMSetDataRequest& r) {
         const bool grantsId = command == Command::play || command == Command::setNextMedia;
         r.reply().setValue(grantsId ? QVariant(m_nextPlaybackId++) : QVariant());
@@ -74,15 +72,10 @@ void TestStreamerService::onInvoked(const CMSetDataRequest& request) {
 
 QList<TestStreamerService::Invocation> TestStreamerService::invocations(Command command) const {
     QList<Invocation> result;
-    std::copy_if(m_invocations.begin(), m_invocations.end(), std::back_inserter(result),
-                 [command](const Invocation& i) { return i.command == command; });
-    return result;
-}
-
-QList<TestStreamerService::Command> TestStreamerService::commands() const {
-    QList<Command> result;
-    std::transform(m_invocations.begin(), m_invocations.end(), std::back_inserter(result),
-                   [](const Invocation& i) { return i.command; });
+    for (const Invocation& invocation : m_invocations) {
+        if (invocation.command == command)
+            result.append(invocation);
+    }
     return result;
 }
 
@@ -98,15 +91,7 @@ void TestStreamerService::holdNext(Command command) {
     m_script.append({command, [this, command](const CMSetDataRequest& r) { m_held.append({command, r}); }});
 }
 
-bool TestStreamerService::releaseHeld(Command command, const QVariant& value) {
-    return completeHeld(command, value, CMError());
-}
-
-bool TestStreamerService::failHeld(Command command, const CMError& error) {
-    return completeHeld(command, QVariant(), error);
-}
-
-bool TestStreamerService::completeHeld(Command command, const QVariant& value, const CMError& error) {
+bool TestStreamerService::releaseHeld(Command command, const QVariant& value, const CMError& error) {
     for (int i = 0; i < m_held.size(); ++i) {
         if (m_held.at(i).first != command)
             continue;

@@ -19,7 +19,7 @@ class CMValueNode;
 // event loop: by the answers scripted with failNext/holdNext (first in first
 // out), else play and setNextMedia with the next playback id (1, 2, ...) and
 // the others with an empty QVariant. A held invocation waits for
-// releaseHeld()/failHeld(); reset() and destruction fail what is still held
+// releaseHeld(); reset() and destruction fail what is still held
 // ("ServiceGone"). publish...() set the data record and its play time,
 // buffering level and buffered bytes; watchers hear of changed values only.
 // The nodes are children of the service. Thread: the event-loop thread.
@@ -32,17 +32,14 @@ public:
     struct Invocation {
         Command command = Command::play;
         QVariant payload; // the record's hash as sent; invalid for commands without arguments
-        CMSetDataRequest request;
         QVariantHash args() const { return payload.toHash(); }
     };
 
     explicit TestStreamerService(CMNodes* nodes);
     ~TestStreamerService() override;
-    Q_DISABLE_COPY(TestStreamerService)
 
     QList<Invocation> invocations() const { return m_invocations; }
     QList<Invocation> invocations(Command command) const;
-    QList<Command> commands() const;
     int count(Command command) const { return invocations(command).size(); }
     // The newest invocation of command (a default Invocation when none).
     Invocation last(Command command) const { return invocations(command).value(count(command) - 1); }
@@ -52,9 +49,9 @@ public:
 
     void failNext(Command command, const CMError& error);
     void holdNext(Command command);
-    // Complete the oldest held invocation of command; false when none is held.
-    bool releaseHeld(Command command, const QVariant& value = QVariant());
-    bool failHeld(Command command, const CMError& error);
+    // Completes the oldest held invocation of command with value, or fails it with
+    // error when error is set; false when none is held.
+    bool releaseHeld(Command command, const QVariant& value = QVariant(), const CMError& error = CMError());
     int nextPlaybackId() const { return m_nextPlaybackId; }
 
     // Held invocations fail; scripts, invocations, values and ids start afresh.
@@ -82,7 +79,6 @@ private:
     enum Value { Data, PlayTime, BufferingLevel, BufferedBytes };
 
     void onInvoked(const CMSetDataRequest& request);
-    bool completeHeld(Command command, const QVariant& value, const CMError& error);
     void setValue(Value which, const QVariantHash& value);
 
     QList<Invocation> m_invocations;
