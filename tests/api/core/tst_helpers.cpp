@@ -23,11 +23,8 @@ static log4cplus::Logger logger = log4cplus::Logger::getInstance("TstHelpers");
 namespace {
 
 TEST(MimeTypes, SchemeDecidesFirstThenThePathSuffix) {
-    const QString fallback = QStringLiteral("x-test/default");
-    const struct {
-        const char* uri;
-        const char* expected; // nullptr: the default type
-    } cases[] = {
+    const char* const other = "x-test/default"; // the caller's default
+    const std::pair<const char*, const char*> cases[] = {
         {"HTTP://HOST/DIR/TRACK.MP3", "audio/mpeg"},
         {"http://host/a.mp3?name=b.flac", "audio/mpeg"},
         {"http://host/a.flac#t=b.wav", "audio/flac"},
@@ -36,18 +33,18 @@ TEST(MimeTypes, SchemeDecidesFirstThenThePathSuffix) {
         {"  C:\\Music\\a.ogg  ", "audio/ogg"},
         {"MMSH://host/a.mp3", "video/x-ms-asf"},
         {"rtsp://host/a.mp3", "application/sdp"},
-        {"http://radio.example.mp3", nullptr},
-        {"http://host/dir.mp3/track", nullptr},
-        {"http://host/a.mp3.part", nullptr},
-        {"", nullptr},
-        {"mp3", nullptr},
-        {"mmsx://host/a", nullptr},
+        {"http://radio.example.mp3", other},
+        {"http://host/dir.mp3/track", other},
+        {"http://host/a.mp3.part", other},
+        {"", other},
+        {"mp3", other},
+        {"mmsx://host/a", other},
         {"1x://radio.example.mp3", "audio/mpeg"}, // a scheme starts with a letter: a plain path
     };
-    for (const auto& c : cases) {
-        const QString expected = c.expected ? QString::fromLatin1(c.expected) : fallback;
-        EXPECT_EQ(MimeTypes::URIToMimeType(QString::fromUtf8(c.uri), fallback), expected) << c.uri;
-    }
+    for (const auto& [uri, expected] : cases)
+        EXPECT_EQ(MimeTypes::URIToMimeType(QString::fromUtf8(uri), QLatin1String(other)),
+                  QLatin1String(expected))
+            << uri;
 }
 
 TEST(TrExtractContext, TakesTheScopeOfTheFunctionNameAndNeverGrows) {
