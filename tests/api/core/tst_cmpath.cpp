@@ -46,7 +46,7 @@ TEST(CMPath, ParametersComparisonAndAppending) {
     EXPECT_EQ(withParams.withoutParams(), plain);
     EXPECT_EQ(qHash(withParams.withoutParams()), qHash(plain));
     EXPECT_FALSE(CMPath().equals(CMPath("/"), CMPath::CompareWithoutParams));
-    EXPECT_TRUE(CMPath().isEmpty() && !CMPath("/").isEmpty());
+    EXPECT_TRUE(CMPath().isEmpty() && !CMPath("/").isEmpty() && withParams.hasParams() && !plain.hasParams());
 
     EXPECT_EQ((CMPath("/player?x=1") + QStringLiteral("/control")).toEncoded(),
               QStringLiteral("/player/control?x=1"));

@@ -72,6 +72,7 @@ TEST(Records, AccessorsUseTheFieldsKey) {
     EXPECT_EQ(args.__hash(),
               (QVariantHash{{"control", 1}, {"trackRoles", QVariantHash{{"title", "T"}, {"type", 1}}}}));
     EXPECT_EQ(QVariant::fromValue(args).value<ZuvoPlayLogicPlayArgs>(), args);
+    EXPECT_NE(args, ZuvoPlayLogicPlayArgs());
 }
 
 // What the generic wrong-type check does not cover: lists with bad elements,
