@@ -10,8 +10,7 @@ int scaledMs(int ms) {
     return static_cast<int>(ms * scale);
 }
 
-// Deferred deletes are only run inside an event loop, or when asked for: a
-// test body runs outside any.
+// A test body runs outside any event loop: deferred deletes must be asked for.
 static void deliverPosted(QEventLoop::ProcessEventsFlags flags, int maxMs = 0) {
     QCoreApplication::sendPostedEvents();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);

@@ -57,17 +57,15 @@ QList<LogCapture::Entry> LogCapture::entries() const {
 }
 
 bool LogCapture::contains(log4cplus::LogLevel level, const QString& substring) const {
-    for (const Entry& e : entries())
-        if (e.level == level && e.message.contains(substring))
-            return true;
-    return false;
+    const QList<Entry> all = entries();
+    return std::any_of(all.begin(), all.end(),
+                       [&](const Entry& e) { return e.level == level && e.message.contains(substring); });
 }
 
 int LogCapture::count(const QString& substring) const {
-    int n = 0;
-    for (const Entry& e : entries())
-        n += e.message.contains(substring) ? 1 : 0;
-    return n;
+    const QList<Entry> all = entries();
+    return std::count_if(all.begin(), all.end(),
+                         [&](const Entry& e) { return e.message.contains(substring); });
 }
 
 void LogCapture::clear() {

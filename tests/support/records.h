@@ -6,9 +6,7 @@ namespace zuvotest {
 
 // Roles that differ only by title, for tests that need distinguishable items.
 inline ZuvoRoles rolesTitled(const QString& title) {
-    ZuvoRoles roles;
-    roles.setTitle(title);
-    return roles;
+    return ZuvoRoles(QVariantHash{{ZuvoRoles::Title(), title}});
 }
 
 } // namespace zuvotest

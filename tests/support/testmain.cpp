@@ -8,9 +8,8 @@
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     ::testing::InitGoogleMock(&argc, argv);
-    // Death tests re-run the test program for each case. Under a user-mode
-    // emulator (a cross build's tests, ZUVO_TEST_EMULATOR) the kernel cannot
-    // execute the foreign program again, so the child is forked instead.
+    // Death tests re-run the program, which the kernel cannot do for a foreign
+    // one under a user-mode emulator (ZUVO_TEST_EMULATOR): fork instead.
     ::testing::FLAGS_gtest_death_test_style =
         qEnvironmentVariableIsEmpty("ZUVO_TEST_EMULATOR") ? "threadsafe" : "fast";
     zuvoInitLogging();

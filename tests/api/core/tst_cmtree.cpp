@@ -1,6 +1,7 @@
 #include <QPointer>
 #include <gtest/gtest.h>
 #include <memory>
+#include <tuple>
 
 #include "model/cmactivatenode.h"
 #include "model/cmglobal.h"
@@ -31,22 +32,20 @@ class ListNode : public CMNode {
 public:
     ListNode(CMNodes* nodes, const CMPath& path, int count)
         : CMNode(path)
-        , m_count(count) {
+        , count(count) {
         setNodes(nodes);
     }
     bool getRowsRequest(const CMGetRowsRequest& request) override {
         QVariantList rows;
-        for (int i = request.fromRow(); i <= request.toRow() && i < m_count; ++i)
+        for (int i = request.fromRow(); i <= request.toRow() && i < count; ++i)
             rows.append(QVariant(QVariantList{QStringLiteral("row%1").arg(i)}));
         ZuvoRowsRoles result;
         result.setRows(rows);
-        result.setRowsCount(m_count);
+        result.setRowsCount(count);
         request.reply().setValue(result);
         return true;
     }
-
-private:
-    int m_count;
+    const int count;
 };
 
 ZuvoValue i64(qint64 v) {
@@ -63,64 +62,57 @@ protected:
 
 } // namespace
 
-TEST_F(CMTree, InvokeReachesQueuedActivateNodeLaterAndGetRowsAtOnce) {
+// Requests reach the deepest node on their path: invocations of a queued
+// activate node later, get-rows at once; those that cannot be served fail
+// with their error name.
+TEST_F(CMTree, RequestsReachTheirNodeOrFailWithTheirErrorName) {
     Handler handler;
+    auto gone = std::make_unique<Handler>();
     CMActivateNode::create(nodes, CMPath("/player/control"))
         ->setInvoke(&handler, &Handler::invoked, Qt::QueuedConnection);
-    CMReply<QVariant> reply;
-    CMRoot()->invoke(CMPath("/player/control?client=7"), QVariant(QStringLiteral("args")), reply);
-    EXPECT_TRUE(handler.requests.isEmpty()) << "a queued handler must not run inside invoke";
-    ASSERT_TRUE(waitUntil([&] { return reply.isFinished(); }));
-    ASSERT_EQ(handler.requests.size(), 1);
-    EXPECT_EQ(handler.requests.first().role(), QStringLiteral("activate"));
-    EXPECT_EQ(handler.requests.first().path().param(QStringLiteral("client")), QStringLiteral("7"));
-    EXPECT_EQ(reply.value(), QVariant(QStringLiteral("args")));
-
-    // The deepest node routes; get-rows is answered synchronously.
+    CMActivateNode::create(nodes, CMPath("/gone"))
+        ->setInvoke(gone.get(), &Handler::invoked, Qt::QueuedConnection);
+    CMActivateNode::create(nodes, CMPath("/unbound"));
     auto* parent = new ListNode(nodes, CMPath("/a"), 1);
     auto* child = new ListNode(nodes, CMPath("/a/b"), 3);
-    EXPECT_EQ(nodes->route(CMPath("/a/b/c?x=1")), child);
-    EXPECT_EQ(nodes->route(CMPath("/a/x")), parent);
-    EXPECT_EQ(nodes->route(CMPath("/z")), nullptr);
-    CMReply<ZuvoRowsRoles> rows;
-    CMRoot()->getRows(CMPath("/a/b"), 1, 9, 0, {QStringLiteral("name")}, rows);
-    ASSERT_TRUE(rows.isFinished());
-    EXPECT_EQ(rows.value().rowsCount(), 3);
-    EXPECT_EQ(rows.value().rows().toList().size(), 2);
-    EXPECT_EQ(
-        CMGlobal::rolesValuesToHash({QStringLiteral("name")}, rows.value().rows().toList().first().toList()),
-        (QVariantHash{{QStringLiteral("name"), QStringLiteral("row1")}}));
-}
-
-TEST_F(CMTree, UnservableRequestsFailWithTheirErrorName) {
-    CMActivateNode::create(nodes, CMPath("/unbound"));
-    new ListNode(nodes, CMPath("/list"), 1);
-    auto handler = std::make_unique<Handler>();
-    CMActivateNode::create(nodes, CMPath("/gone"))
-        ->setInvoke(handler.get(), &Handler::invoked, Qt::QueuedConnection);
     auto* readOnly = CMValueNode::create(nodes, CMPath("/readOnly"));
     readOnly->setValue(i64(6));
     readOnly->setReadOnly(true);
+    EXPECT_EQ(nodes->route(CMPath("/a/b/c?x=1")), child);
+    EXPECT_EQ(nodes->route(CMPath("/a/x")), parent);
 
-    CMReply<QVariant> toNobody, toUnbound, toGone, toList, toReadOnly;
-    CMReply<ZuvoRowsRoles> rowsOfNobody;
+    CMReply<QVariant> reply, toNobody, toUnbound, toGone, toList, toReadOnly;
+    CMReply<ZuvoRowsRoles> rows, rowsOfNobody;
+    CMRoot()->invoke(CMPath("/player/control?client=7"), QVariant(QStringLiteral("args")), reply);
+    CMRoot()->getRows(CMPath("/a/b"), 1, 9, 0, {QStringLiteral("name")}, rows);
     CMRoot()->invoke(CMPath("/nobody"), QVariant(), toNobody);
     CMRoot()->getRows(CMPath("/nobody/list"), 0, 9, 0, {QStringLiteral("name")}, rowsOfNobody);
     CMRoot()->invoke(CMPath("/unbound"), QVariant(), toUnbound);
     CMRoot()->invoke(CMPath("/gone"), QVariant(), toGone);
-    handler.reset(); // destroyed before the queued delivery runs
-    CMRoot()->invoke(CMPath("/list"), QVariant(), toList);
+    gone.reset(); // destroyed before the queued delivery runs
+    CMRoot()->invoke(CMPath("/a"), QVariant(), toList);
     CMRoot()->setValue(CMPath("/readOnly"), i64(7), toReadOnly);
-    ASSERT_TRUE(waitUntil([&] { return toGone.isFinished(); }));
+    EXPECT_TRUE(handler.requests.isEmpty()) << "a queued handler must not run inside invoke";
+    ASSERT_TRUE(rows.isFinished());
+    EXPECT_EQ(rows.value().rowsCount(), 3);
+    const QVariantList got = rows.value().rows().toList();
+    ASSERT_EQ(got.size(), 2);
+    EXPECT_EQ(CMGlobal::rolesValuesToHash({QStringLiteral("name")}, got.first().toList()),
+              (QVariantHash{{QStringLiteral("name"), QStringLiteral("row1")}}));
+
+    ASSERT_TRUE(waitUntil([&] { return reply.isFinished() && toGone.isFinished(); }));
+    ASSERT_EQ(handler.requests.size(), 1);
+    const CMSetDataRequest& request = handler.requests.first();
+    EXPECT_EQ(
+        std::make_tuple(request.role(), request.path().param(QStringLiteral("client")), reply.value()),
+        std::make_tuple(QStringLiteral("activate"), QStringLiteral("7"), QVariant(QStringLiteral("args"))));
     const std::pair<CMVoidReply, const char*> expected[] = {
         {toNobody, "NodeNotFound"}, {rowsOfNobody, "NodeNotFound"}, {toUnbound, "NoHandler"},
         {toGone, "NoHandler"},      {toList, "NotSupported"},       {toReadOnly, "ReadOnly"}};
-    for (const auto& [reply, name] : expected)
-        EXPECT_EQ(reply.error().name(), QLatin1String(name));
+    for (const auto& [failed, name] : expected)
+        EXPECT_EQ(failed.error().name(), QLatin1String(name));
     EXPECT_FALSE(CMRoot()->getValue(CMPath("/nobody")).isValid());
     EXPECT_EQ(readOnly->value().i64_(), 6);
-    readOnly->setValue(i64(8)); // the owner may still write
-    EXPECT_EQ(readOnly->value().i64_(), 8);
 }
 
 TEST_F(CMTree, ValueItemsSeeNewAndOldThroughTheEventLoopAndFollowTheirPath) {
@@ -133,7 +125,6 @@ TEST_F(CMTree, ValueItemsSeeNewAndOldThroughTheEventLoopAndFollowTheirPath) {
     node->setValue(i64(1));
     ASSERT_TRUE(
         waitUntil([&] { return !seen.isEmpty() && seen.last() == qMakePair<qint64, qint64>(1, -1); }));
-    EXPECT_EQ(node->watcherCount(), 1);
     seen.clear();
     CMReply<QVariant> accepted;
     CMRoot()->setValue(CMPath("/v"), i64(2), accepted);
@@ -156,10 +147,8 @@ TEST_F(CMTree, ValueItemsSeeNewAndOldThroughTheEventLoopAndFollowTheirPath) {
     a->setValue(i64(11)); // dropped: the path changes before its delivery
     item.setPath(CMPath("/b"));
     drainEvents();
-    ASSERT_EQ(seen.size(), 1);
-    EXPECT_EQ(seen.first().first, 2);
-    EXPECT_EQ(a->watcherCount(), 0);
-    EXPECT_EQ(b->watcherCount(), 1);
+    EXPECT_EQ(seen, (QList<QPair<qint64, qint64>>{{2, -1}}));
+    EXPECT_EQ(std::make_pair(a->watcherCount(), b->watcherCount()), std::make_pair(0, 1));
     item.setPath(CMPath());
     EXPECT_EQ(b->watcherCount(), 0);
 }

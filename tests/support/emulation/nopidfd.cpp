@@ -1,17 +1,13 @@
-// Preloaded into the cross build's test programs while they run under
-// qemu-user (see tests/CMakeLists.txt). Qt's QProcess starts children through
-// forkfd, which uses clone(CLONE_PIDFD) when waitid(P_PIDFD) looks supported;
-// qemu-user passes that probe to the host kernel but cannot emulate the
-// clone, and the child's descriptor comes back broken. Failing the probe
-// makes forkfd use fork() and a pipe, which qemu-user handles.
+// Preloaded into the cross build's test programs under qemu-user. QProcess's
+// forkfd uses clone(CLONE_PIDFD) when waitid(P_PIDFD) looks supported, which
+// qemu-user cannot emulate; failing that probe makes it use fork() and a pipe.
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <sys/syscall.h>
 
-// Children (the tools a test starts, through the emulator again) must not
-// inherit the preload.
+// Children (tools started through the emulator again) must not inherit it.
 __attribute__((constructor)) static void dropPreload() {
     unsetenv("LD_PRELOAD");
 }
