@@ -45,6 +45,18 @@ inline bool isStopped(const ZuvoStreamerData& data) {
     return data.state() == ZuvoPlayLogicState::stopped;
 }
 
+// A record in short: its state (Stopped, Loading, Playing, paused (Z)), its
+// playback id (0: none), n with next media, e near its end, then its error's
+// code (! for an error without one).
+inline QString summary(const ZuvoStreamerData& d) {
+    const ZuvoError error = d.error();
+    return QLatin1Char("SLPZ"[int(d.state())]) + QString::number(d.isSetPlaybackId() ? d.playbackId() : 0) +
+           QLatin1String(d.isSetNextTrackRoles() ? "n" : "") + QLatin1String(d.trackNearEnd() ? "e" : "") +
+           (error.isEmpty() ? QString()
+            : error.code()  ? QString::number(error.code())
+                            : QStringLiteral("!"));
+}
+
 // "ok" for a success without value, "id:N" for a playback id, else the
 // error's name.
 inline QString answerOf(const CMReply<QVariant>& reply) {
@@ -80,6 +92,13 @@ struct World {
         const CMReply<QVariant> reply = send(command, payload);
         zuvotest::waitUntil([&] { return reply.isFinished(); });
         return answerOf(reply);
+    }
+    // The records published so far, in short.
+    QString story() const {
+        QStringList all;
+        for (const ZuvoStreamerData& record : records)
+            all << summary(record);
+        return all.join(QLatin1Char(' '));
     }
     bool waitFor(const std::function<bool(const ZuvoStreamerData&)>& cond, int timeoutMs = 5000) {
         return zuvotest::waitUntil([&] { return cond(streamer.data()); }, timeoutMs);
