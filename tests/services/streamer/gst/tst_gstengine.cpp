@@ -20,10 +20,8 @@ struct EngineRun {
         : engine(std::make_unique<GstEngine>(sink)) {
         QObject::connect(engine.get(), &StreamerEngine::nextStarted, [this] { ++starts; });
         QObject::connect(engine.get(), &StreamerEngine::ended, [this] { ++ends; });
-        QObject::connect(engine.get(), &StreamerEngine::failed, [this](int c, const QString& d) {
-            code = c;
-            detail = d;
-        });
+        QObject::connect(engine.get(), &StreamerEngine::failed,
+                         [this](int c, const QString& d) { std::tie(code, detail) = std::tie(c, d); });
         QObject::connect(engine.get(), &StreamerEngine::crashed, [this] { ++crashes; });
     }
     bool idle() const { return ends > 0 || code != 0 || crashes > 0; }
@@ -39,23 +37,17 @@ struct EngineRun {
     QString detail;
 };
 
-class GstEngineTest : public gsttest::Fixture {
-protected:
-    AudioSinkSpec wavSink() const {
-        return AudioSinkSpec(AudioSinkSpec::Kind::Wav, path(QStringLiteral("out.wav")));
-    }
-};
+using GstEngineTest = gsttest::Fixture;
 
 TEST_F(GstEngineTest, PauseSeekAndPlayTimeInRealTime) {
     EngineRun run(AudioSinkSpec(AudioSinkSpec::Kind::Null));
     GstEngine& engine = *run.engine;
     engine.play(write(QStringLiteral("long.wav"), gsttest::wavFile(gsttest::tone(44100 * 8, 5))), ZuvoRoles(),
                 true);
-    ASSERT_TRUE(waitUntil([&] { return engine.state() == ZuvoPlayLogicState::paused; }));
-    ASSERT_TRUE(waitUntil([&] { return engine.status().duration() == 8000; }));
-    EXPECT_TRUE(engine.status().timeSeek());
-    EXPECT_FALSE(engine.status().byteSeek());
-    EXPECT_EQ(engine.positionMs(), 0);
+    ASSERT_TRUE(waitUntil(
+        [&] { return engine.state() == ZuvoPlayLogicState::paused && engine.status().duration() == 8000; }));
+    EXPECT_EQ(std::make_tuple(engine.status().timeSeek(), engine.status().byteSeek(), engine.positionMs()),
+              std::make_tuple(true, false, qint64(0)));
 
     engine.setPaused(false);
     EXPECT_EQ(engine.state(), ZuvoPlayLogicState::playing);
@@ -73,11 +65,9 @@ TEST_F(GstEngineTest, PauseSeekAndPlayTimeInRealTime) {
     const qint64 pausedAt = engine.positionMs();
     waitUntil([] { return false; }, 400);
     EXPECT_EQ(engine.positionMs(), pausedAt);
-    EXPECT_EQ(engine.state(), ZuvoPlayLogicState::paused);
 
     engine.seek(6000);
-    EXPECT_EQ(engine.positionMs(), 6000);
-    EXPECT_TRUE(engine.nearEnd());
+    EXPECT_TRUE(engine.positionMs() == 6000 && engine.nearEnd());
     ASSERT_TRUE(waitUntil([&] { return engine.positionMs() >= 6000 && engine.positionMs() < 6100; }));
     engine.seek(1000);
     EXPECT_FALSE(engine.nearEnd());
@@ -89,19 +79,16 @@ TEST_F(GstEngineTest, PauseSeekAndPlayTimeInRealTime) {
 
 TEST_F(GstEngineTest, DecodesEachFormatAndHls) {
     const QString source = write(QStringLiteral("source.wav"), gsttest::wavFile(gsttest::tone(44100, 6)));
-    const std::pair<const char*, const char*> formats[] = {
-        {"", "source.wav"},
-        {"flacenc", "t.flac"},
-        {"vorbisenc ! oggmux", "t.ogg"},
-        {"audioresample ! opusenc ! oggmux", "t.opus"},
-        {"lamemp3enc", "t.mp3"},
-        {"voaacenc ! aacparse ! mp4mux", "t.m4a"},
-    };
+    const std::pair<const char*, const char*> formats[] = {{"flacenc", "t.flac"},
+                                                           {"vorbisenc ! oggmux", "t.ogg"},
+                                                           {"audioresample ! opusenc ! oggmux", "t.opus"},
+                                                           {"lamemp3enc", "t.mp3"},
+                                                           {"voaacenc ! aacparse ! mp4mux", "t.m4a"},
+                                                           {"", "source.wav"}};
     for (const auto& [encoder, file] : formats) {
         SCOPED_TRACE(file);
-        ASSERT_EQ(*encoder ? gsttest::encode(source, QLatin1String(encoder), path(QLatin1String(file)))
-                           : QString(),
-                  QString());
+        ASSERT_TRUE(!*encoder ||
+                    gsttest::encode(source, QLatin1String(encoder), path(QLatin1String(file))).isEmpty());
         EngineRun run(wavSink());
         ASSERT_TRUE(run.playToTheEnd(path(QLatin1String(file)))) << run.detail.toStdString();
         EXPECT_NEAR(seconds(QStringLiteral("out.wav")), 1.0, 0.06);
@@ -145,9 +132,8 @@ TEST_F(GstEngineTest, APlayReplacedAtOnceLeavesItsErrorsBehind) {
 }
 
 TEST_F(GstEngineTest, StopAndDestroyAtEveryPointOfATransition) {
-    bool ok = false;
-    const int requested = qEnvironmentVariableIntValue("ZUVO_GST_STRESS_CYCLES", &ok);
-    const int cycles = ok && requested > 0 ? requested : 60;
+    const int requested = qEnvironmentVariableIntValue("ZUVO_GST_STRESS_CYCLES");
+    const int cycles = requested > 0 ? requested : 60;
     const QString first = write(QStringLiteral("a.wav"), gsttest::wavFile(gsttest::tone(4410, 7)));
     const QString second = write(QStringLiteral("b.wav"), gsttest::wavFile(gsttest::tone(4410, 8)));
     enum Point { AfterPlay, AtFirstUpdate, WhileDecisionWaits, AfterQueueing, AtNextStart, PointCount };

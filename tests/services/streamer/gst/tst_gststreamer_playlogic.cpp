@@ -34,12 +34,15 @@ struct Player {
         QObject::connect(&streamer, &StreamerService::dataPublished, &logic,
                          [this](const ZuvoStreamerData& data) { records.append(data); });
     }
-    void play(const QStringList& uris) {
+    // Plays the items and waits until the playback has run and ended.
+    bool playToTheEnd(const QStringList& uris) {
         QList<ZuvoRoles> items;
         for (const QString& uri : uris)
             items.append(simtest::track(uri));
         logic.setTracks(items);
         client->playContainer(ZuvoRoles(), ZuvoRoles(), 0, 0);
+        return waitUntil([this] { return firstActive() >= 0 && client->data().state() == State::stopped; },
+                         30000);
     }
     // Index of the first record of the playback (not stopped), -1 before.
     int firstActive() const {
@@ -47,11 +50,6 @@ struct Player {
             if (published.at(i).state() != State::stopped)
                 return i;
         return -1;
-    }
-    // Waits until the playback has run and ended.
-    bool waitForEnd(int timeoutMs = 30000) const {
-        return waitUntil([this] { return firstActive() >= 0 && client->data().state() == State::stopped; },
-                         timeoutMs);
     }
     // The error code of the streamer's stopped record of playbackId (0: none).
     int failureOf(int playbackId) const {
@@ -78,21 +76,28 @@ using GstStreamerPlayLogicTest = gsttest::Fixture;
 // plays out to its last sample first. A play after a failed successor (the
 // play logic skips to the next item) runs on a clean pipeline and plays
 // whole: one row per kind of failure, since leftovers of the failed source
-// showed up only now and then.
-TEST_F(GstStreamerPlayLogicTest, HandOversPlayToTheSample) {
+// showed up only now and then. Then each kind of broken stream alone: how it
+// is classified (the streamer's error code) and what a client sees.
+TEST_F(GstStreamerPlayLogicTest, HandOversPlayToTheSampleAndFailuresReachTheClient) {
     // a is longer than the decoder's queues hold, so that the hand-over comes
     // once it plays (not while it prerolls, when nothing could play out).
     const QVector<qint16> a = gsttest::tone(3 * 44100, 5), b = gsttest::tone(66150, 2),
                           c = gsttest::tone(22050, 6);
-    write(QStringLiteral("b.wav"), gsttest::wavFile(b));
-    ASSERT_EQ(gsttest::encode(path(QStringLiteral("b.wav")), QStringLiteral("flacenc"),
+    const QByteArray wavC = gsttest::wavFile(c);
+    ASSERT_EQ(gsttest::encode(write(QStringLiteral("b.wav"), gsttest::wavFile(b)), QStringLiteral("flacenc"),
                               path(QStringLiteral("b.flac"))),
               QString());
     server.setResponse(QStringLiteral("/a.wav"), 200, gsttest::wavFile(a));
     server.setResponse(QStringLiteral("/b.flac"), 200, read(QStringLiteral("b.flac")));
-    server.setResponse(QStringLiteral("/c.wav"), 200, gsttest::wavFile(c));
+    server.setResponse(QStringLiteral("/c.wav"), 200, wavC);
+    server.setResponse(QStringLiteral("/401"), 401, QByteArray());
+    zuvotest::HttpTestRoute broken;
+    broken.body = wavC.left(wavC.size() / 3);
+    broken.declaredLength = wavC.size();
+    broken.closeWhenShort = true;
+    server.setRoute(QStringLiteral("/broken.wav"), broken);
     const QString fileA = write(QStringLiteral("a.wav"), gsttest::wavFile(a));
-    const QString fileC = write(QStringLiteral("c.wav"), gsttest::wavFile(c));
+    const QString fileC = write(QStringLiteral("c.wav"), wavC);
     const QString missing = path(QStringLiteral("missing.wav"));
     const QString refused = QStringLiteral("http://127.0.0.1:%1/a.wav").arg(HttpTestServer::unusedPort());
     const QString noise = write(QStringLiteral("noise.bin"), QByteArray(4096, '\x5a'));
@@ -118,13 +123,10 @@ TEST_F(GstStreamerPlayLogicTest, HandOversPlayToTheSample) {
         SCOPED_TRACE(r.items.join(QLatin1Char(' ')).toStdString());
         LogCapture log;
         Player p(QStringLiteral("wav:") + path(QStringLiteral("out.wav")));
-        p.play(r.items);
-        ASSERT_TRUE(p.waitForEnd());
-        EXPECT_EQ(p.failureOf(2), r.failed);
-        EXPECT_EQ(p.streamer.data().playbackId(), r.lastId);
-        EXPECT_EQ(p.streamer.data().error().code(), r.lastError)
-            << p.streamer.data().error().message().toStdString();
-        EXPECT_EQ(p.client->data().error().isEmpty(), r.failed == 0)
+        ASSERT_TRUE(p.playToTheEnd(r.items));
+        EXPECT_EQ(std::make_tuple(p.failureOf(2), p.streamer.data().playbackId(),
+                                  p.streamer.data().error().code(), p.client->data().error().isEmpty()),
+                  std::make_tuple(r.failed, r.lastId, r.lastError, r.failed == 0))
             << p.client->data().error().toStdString();
         const QVector<qint16> output = gsttest::wavSamples(read(QStringLiteral("out.wav")));
         EXPECT_TRUE(output == r.output)
@@ -137,88 +139,67 @@ TEST_F(GstStreamerPlayLogicTest, HandOversPlayToTheSample) {
             EXPECT_NE(p.published.at(i).state(), State::stopped) << "record " << i;
         EXPECT_FALSE(log.contains(QStringLiteral("No next media decided")));
     }
-}
 
-// How each kind of broken stream is classified (the streamer's error code)
-// and what a client of the play logic sees; the playlist hand-off on a real
-// pipeline.
-TEST_F(GstStreamerPlayLogicTest, FailuresReachTheClientAndAPlaylistPlaysItsFirstEntry) {
-    const QByteArray wav = gsttest::wavFile(gsttest::tone(44100, 4));
-    server.setResponse(QStringLiteral("/entry.wav"), 200, wav);
-    server.setResponse(QStringLiteral("/401"), 401, QByteArray());
-    server.setResponse(QStringLiteral("/list.m3u"), 200,
-                       "#EXTM3U\n" + server.url(QStringLiteral("/entry.wav")).toUtf8() + "\n",
-                       {{"Content-Type", "audio/x-mpegurl"}});
-    zuvotest::HttpTestRoute broken;
-    broken.body = wav.left(wav.size() / 3);
-    broken.declaredLength = wav.size();
-    broken.closeWhenShort = true;
-    server.setRoute(QStringLiteral("/broken.wav"), broken);
-    QByteArray noise(20000, '\0');
+    QByteArray randomBytes(20000, '\0');
     quint32 seed = 12345;
-    for (char& byte : noise)
+    for (char& byte : randomBytes)
         byte = char((seed = seed * 1103515245u + 12345u) >> 24);
-    write(QStringLiteral("noise.bin"), noise);
-    // The header promises a second, the file holds half of it.
-    write(QStringLiteral("short.wav"), wav.left(wav.size() / 2));
+    // The header promises half a second, the file holds half of it.
+    const QString truncated = write(QStringLiteral("short.wav"), wavC.left(wavC.size() / 2));
+    const QString image = path(QStringLiteral("image.png"));
     ASSERT_EQ(
-        gsttest::runPipeline(QStringLiteral("videotestsrc num-buffers=1 ! pngenc ! filesink location=\"%1\"")
-                                 .arg(path(QStringLiteral("image.png")))),
+        gsttest::runPipeline(
+            QStringLiteral("videotestsrc num-buffers=1 ! pngenc ! filesink location=\"%1\"").arg(image)),
         QString());
-
     const QString notFound = QStringLiteral("Could not find source!");
     const QString unknown = QStringLiteral("Unknown playlist format detected.");
-    const struct {
-        const char* name;
-        QString uri;
-        int code;      // of the streamer's error record
-        QString error; // the play logic's published error
-    } cases[] = {
-        {"missing file", path(QStringLiteral("missing.wav")), -19, notFound},
-        {"refused port", QStringLiteral("http://127.0.0.1:%1/a.wav").arg(HttpTestServer::unusedPort()), -16,
-         QStringLiteral("Could not open stream!")},
-        {"401", server.url(QStringLiteral("/401")), -17,
+    const std::tuple<QString, int, QString> failures[] = {
+        // uri, the streamer's error code, the play logic's published error
+        {missing, -19, notFound},
+        {refused, -16, QStringLiteral("Could not open stream!")},
+        {server.url(QStringLiteral("/401")), -17,
          QStringLiteral("Access to this stream is not authorized by the content provider")},
-        {"404", server.url(QStringLiteral("/404")), -19, notFound},
-        {"non-audio file", path(QStringLiteral("noise.bin")), -15, unknown},
-        {"image", path(QStringLiteral("image.png")), -22, unknown},
-        {"server breaks off", server.url(QStringLiteral("/broken.wav")), -18,
-         QStringLiteral("Could not read source!")},
-        // Plays the half second that is there, then ends as any track does.
-        {"truncated file", path(QStringLiteral("short.wav")), -13, QString()},
+        {server.url(QStringLiteral("/404")), -19, notFound},
+        {write(QStringLiteral("random.bin"), randomBytes), -15, unknown},
+        {image, -22, unknown},
+        {server.url(QStringLiteral("/broken.wav")), -18, QStringLiteral("Could not read source!")},
+        {truncated, -13, QString()}, // plays what is there, then ends as any track does
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [uri, code, error] : failures) {
+        SCOPED_TRACE(uri.toStdString());
         Player p(QStringLiteral("null"));
-        p.play({c.uri});
-        ASSERT_TRUE(p.waitForEnd(20000));
-        EXPECT_EQ(p.client->data().error(), c.error);
-        EXPECT_EQ(p.client->data().streamerError().code(), c.code);
+        ASSERT_TRUE(p.playToTheEnd({uri}));
+        EXPECT_EQ(p.client->data().error(), error);
+        EXPECT_EQ(p.client->data().streamerError().code(), code);
     }
+}
 
-    // The streamer finds no decoder for the playlist document (-14); the
-    // play logic parses it and plays its entry.
+// The streamer finds no decoder for a playlist document (-14); the play
+// logic parses it and plays its entry. A server that never answers (its
+// error would come with the source's 15 s time-out, see gsterrors.h): the
+// client's stop ends the playback at once.
+TEST_F(GstStreamerPlayLogicTest, APlaylistPlaysItsEntryAndStopEndsAStreamThatNeverAnswers) {
+    const QString entry = server.url(QStringLiteral("/entry.wav"));
+    server.setResponse(QStringLiteral("/entry.wav"), 200, gsttest::wavFile(gsttest::tone(44100, 4)));
+    server.setResponse(QStringLiteral("/list.m3u"), 200, "#EXTM3U\n" + entry.toUtf8() + "\n",
+                       {{"Content-Type", "audio/x-mpegurl"}});
+    server.setNeverAnswer(QStringLiteral("/never"));
     Player p(QStringLiteral("null"));
-    p.play({server.url(QStringLiteral("/list.m3u"))});
+    p.logic.setTracks({simtest::track(server.url(QStringLiteral("/list.m3u")))});
+    p.client->playContainer(ZuvoRoles(), ZuvoRoles(), 0, 0);
     ASSERT_TRUE(waitUntil(
         [&] {
             const ZuvoPlayLogicData data = p.client->data();
-            return data.state() == State::playing && data.trackRoles().mediaData().activeResource().uri() ==
-                                                         server.url(QStringLiteral("/entry.wav"));
+            return data.state() == State::playing &&
+                   data.trackRoles().mediaData().activeResource().uri() == entry;
         },
         10000))
         << p.client->data().error().toStdString();
-    EXPECT_EQ(p.failureOf(1), -14);
-    EXPECT_EQ(p.client->data().streamId(), 2);
-    EXPECT_EQ(p.streamer.data().playbackId(), 2);
-}
+    EXPECT_EQ(std::make_tuple(p.failureOf(1), p.client->data().streamId(), p.streamer.data().playbackId()),
+              std::make_tuple(-14, 2, 2));
 
-// A server that never answers (its error would come with the source's 15 s
-// time-out, see gsterrors.h): the client's stop ends the playback at once.
-TEST_F(GstStreamerPlayLogicTest, StopEndsAStreamThatNeverAnswers) {
-    server.setNeverAnswer(QStringLiteral("/never"));
-    Player p(QStringLiteral("null"));
-    p.play({server.url(QStringLiteral("/never"))});
+    p.logic.setTracks({simtest::track(server.url(QStringLiteral("/never")))});
+    p.client->playContainer(ZuvoRoles(), ZuvoRoles(), 0, 0);
     ASSERT_TRUE(waitUntil([&] { return server.requestCount(QStringLiteral("/never")) == 1; }));
     EXPECT_EQ(p.streamer.data().state(), State::loading);
     const CMReply<QVariant> stop = p.client->stop(ZuvoPlayLogicStopReason::user);
