@@ -12,11 +12,14 @@
 
 namespace simtest {
 
-inline ZuvoRoles track(const QString& uri, const QString& mimeType = QString()) {
+// An audio track of one resource (durationMs 0: none given).
+inline ZuvoRoles track(const QString& uri, const QString& mimeType = QString(), qint64 durationMs = 0) {
     ZuvoResource resource;
     resource.setUri(uri);
     if (!mimeType.isEmpty())
         resource.setMimeType(mimeType);
+    if (durationMs != 0)
+        resource.setDuration(durationMs);
     ZuvoMediaData mediaData;
     mediaData.setResources(ZuvoList<ZuvoResource>{resource});
     mediaData.setActiveResource(resource);
@@ -49,12 +52,10 @@ inline bool isStopped(const ZuvoStreamerData& data) {
 // playback id (0: none), n with next media, e near its end, then its error's
 // code (! for an error without one).
 inline QString summary(const ZuvoStreamerData& d) {
-    const ZuvoError error = d.error();
+    const int code = d.error().code();
     return QLatin1Char("SLPZ"[int(d.state())]) + QString::number(d.isSetPlaybackId() ? d.playbackId() : 0) +
            QLatin1String(d.isSetNextTrackRoles() ? "n" : "") + QLatin1String(d.trackNearEnd() ? "e" : "") +
-           (error.isEmpty() ? QString()
-            : error.code()  ? QString::number(error.code())
-                            : QStringLiteral("!"));
+           (code ? QString::number(code) : QLatin1String(d.error().isEmpty() ? "" : "!"));
 }
 
 // "ok" for a success without value, "id:N" for a playback id, else the
@@ -68,7 +69,6 @@ inline QString answerOf(const CMReply<QVariant>& reply) {
                                    : QStringLiteral("ok");
 }
 
-// make builds the service (by default a simulated streamer).
 struct World {
     using Make = std::function<std::unique_ptr<StreamerService>(CMNodes*)>;
     explicit World(const Make& make =
@@ -93,7 +93,7 @@ struct World {
         zuvotest::waitUntil([&] { return reply.isFinished(); });
         return answerOf(reply);
     }
-    // The records published so far, in short.
+    // The summary() of every record published so far.
     QString story() const {
         QStringList all;
         for (const ZuvoStreamerData& record : records)
