@@ -77,8 +77,6 @@ struct World {
         , streamer(*service) {
         QObject::connect(&streamer, &StreamerService::dataPublished, &streamer,
                          [this](const ZuvoStreamerData& data) { records.append(data); });
-        QObject::connect(&streamer, &StreamerService::commandReceived, &streamer,
-                         [this](const QString& command) { commands.append(command); });
     }
     SimulatedStreamer& sim() { return static_cast<SimulatedStreamer&>(streamer); }
 
@@ -108,7 +106,6 @@ struct World {
     std::unique_ptr<StreamerService> service;
     StreamerService& streamer;
     QList<ZuvoStreamerData> records;
-    QStringList commands;
 };
 
 } // namespace simtest

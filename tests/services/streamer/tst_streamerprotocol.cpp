@@ -129,10 +129,9 @@ TEST_P(StreamerProtocol, EveryCommandInEveryState) {
             SCOPED_TRACE(testing::Message() << "start " << row[0] << ", command " << cmd);
             const std::unique_ptr<World> w = world();
             ASSERT_TRUE(bring(*w, row[0]));
-            const int published = w->records.size(), commands = w->commands.size();
+            const int published = w->records.size();
             const CMReply<QVariant> reply = send(*w, Cmd(cmd));
             ASSERT_TRUE(waitUntil([&] { return reply.isFinished(); }));
-            EXPECT_EQ(w->commands.size(), commands + 1);
             // A real engine may have moved on since (a local file loads in a moment).
             const bool recorded = w->records.size() > published;
             const ZuvoStreamerData data = recorded ? w->records.at(published) : w->streamer.data();
