@@ -95,37 +95,29 @@ TEST_F(GstStreamerPlayLogicTest, HandOversPlayToTheSampleAndFailuresReachTheClie
     const QString missing = path(QStringLiteral("missing.wav"));
     const QString refused = QStringLiteral("http://127.0.0.1:%1/a.wav").arg(HttpTestServer::unusedPort());
     const QString noise = write(QStringLiteral("noise.bin"), QByteArray(4096, '\x5a'));
-    const struct {
-        QStringList items;
-        QVector<qint16> output;
-        int failed;    // the second item's error code (0: played)
-        int lastId;    // the last playback
-        int lastError; // its error code
-    } cases[] = {
-        {{server.url(QStringLiteral("/a.wav")), server.url(QStringLiteral("/b.flac")),
-          server.url(QStringLiteral("/c.wav"))},
-         a + b + c,
-         0,
-         3,
-         -13},
+    const auto url = [&](const char* name) { return server.url(QLatin1String(name)); };
+    // items, the samples written, the second item's error code (0: played),
+    // the last playback and its error code
+    const std::tuple<QStringList, QVector<qint16>, int, int, int> cases[] = {
+        {{url("/a.wav"), url("/b.flac"), url("/c.wav")}, a + b + c, 0, 3, -13},
         {{fileA, missing}, a, -19, 2, -19},
         {{fileA, noise, fileC}, c, -22, 3, -13},
         {{fileA, missing, fileC}, c, -19, 3, -13},
         {{fileA, refused, fileC}, c, -16, 3, -13},
     };
-    for (const auto& r : cases) {
-        SCOPED_TRACE(r.items.join(QLatin1Char(' ')).toStdString());
+    for (const auto& [items, samples, failed, lastId, lastError] : cases) {
+        SCOPED_TRACE(items.join(QLatin1Char(' ')).toStdString());
         LogCapture log;
         Player p(QStringLiteral("wav:") + path(QStringLiteral("out.wav")));
-        ASSERT_TRUE(p.playToTheEnd(r.items));
+        ASSERT_TRUE(p.playToTheEnd(items));
         EXPECT_EQ(std::make_tuple(p.failureOf(2), p.streamer.data().playbackId(),
                                   p.streamer.data().error().code(), p.client->data().error().isEmpty()),
-                  std::make_tuple(r.failed, r.lastId, r.lastError, r.failed == 0))
+                  std::make_tuple(failed, lastId, lastError, failed == 0))
             << p.client->data().error().toStdString();
         const QVector<qint16> output = gsttest::wavSamples(read(QStringLiteral("out.wav")));
-        EXPECT_TRUE(output == r.output)
-            << output.size() << " samples written, " << r.output.size() << " played";
-        if (r.failed != 0)
+        EXPECT_TRUE(output == samples)
+            << output.size() << " samples written, " << samples.size() << " played";
+        if (failed != 0)
             continue;
         EXPECT_EQ(p.client->data().streamId(), 3);
         // Never stopped between the tracks, and no end waited for a decision.
@@ -150,12 +142,11 @@ TEST_F(GstStreamerPlayLogicTest, HandOversPlayToTheSampleAndFailuresReachTheClie
         // uri, the streamer's error code, the play logic's published error
         {missing, -19, notFound},
         {refused, -16, QStringLiteral("Could not open stream!")},
-        {server.url(QStringLiteral("/401")), -17,
-         QStringLiteral("Access to this stream is not authorized by the content provider")},
-        {server.url(QStringLiteral("/404")), -19, notFound},
+        {url("/401"), -17, QStringLiteral("Access to this stream is not authorized by the content provider")},
+        {url("/404"), -19, notFound},
         {write(QStringLiteral("random.bin"), randomBytes), -15, unknown},
         {image, -22, unknown},
-        {server.url(QStringLiteral("/broken.wav")), -18, QStringLiteral("Could not read source!")},
+        {url("/broken.wav"), -18, QStringLiteral("Could not read source!")},
         {truncated, -13, QString()}, // plays what is there, then ends as any track does
     };
     for (const auto& [uri, code, error] : failures) {
