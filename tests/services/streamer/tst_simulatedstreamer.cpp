@@ -26,10 +26,6 @@ template <typename T> struct ValueLog : CMValueItem {
     QList<T> values;
 };
 
-bool isPlaying(const ZuvoStreamerData& data) {
-    return data.state() == State::playing;
-}
-
 } // namespace
 
 // What a URI (and its resource) makes of a playback, tick by tick: each
@@ -169,7 +165,7 @@ TEST(SimulatedStreamerTest, FailuresAndCrash) {
         ASSERT_EQ(w.call(ZuvoStreamerPlayPath(), playArgs(uri, false, mimeType)), "id:1");
         ASSERT_TRUE(atMs == 0 || w.call(ZuvoStreamerSetNextMediaPath(),
                                         playArgs(QStringLiteral("http://h/n.mp3"))) == "id:2");
-        if (atMs < 0 && w.waitFor(isPlaying))
+        if (atMs < 0 && w.waitFor([](const ZuvoStreamerData& d) { return d.state() == State::playing; }))
             w.streamer.crash();
         ASSERT_TRUE(w.waitFor(isStopped));
         EXPECT_EQ(w.call(ZuvoStreamerClearNextMediaPath()), "ok") << "nothing is left queued";
