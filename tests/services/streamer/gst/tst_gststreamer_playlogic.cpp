@@ -64,6 +64,43 @@ struct Player {
 
 using GstStreamerPlayLogicTest = gsttest::Fixture;
 
+// A server that never answers (its error would come with the source's 15 s
+// time-out, see gsterrors.h): the client's stop ends the playback at once.
+// The streamer finds no decoder for a playlist document (-14); the play
+// logic parses it and plays its entry.
+TEST_F(GstStreamerPlayLogicTest, StopEndsAStreamThatNeverAnswersAndAPlaylistPlaysItsEntry) {
+    const QString entry = server.url(QStringLiteral("/entry.wav"));
+    server.setResponse(QStringLiteral("/entry.wav"), 200, gsttest::wavFile(gsttest::tone(44100, 4)));
+    server.setResponse(QStringLiteral("/list.m3u"), 200, "#EXTM3U\n" + entry.toUtf8() + "\n",
+                       {{"Content-Type", "audio/x-mpegurl"}});
+    server.setNeverAnswer(QStringLiteral("/never"));
+    Player p(QStringLiteral("null"));
+    p.logic.setTracks({simtest::track(server.url(QStringLiteral("/never")))});
+    p.client->playContainer(ZuvoRoles(), ZuvoRoles(), 0, 0);
+    ASSERT_TRUE(waitUntil([&] { return server.requestCount(QStringLiteral("/never")) == 1; }));
+    EXPECT_EQ(p.streamer.data().state(), State::loading);
+    const CMReply<QVariant> stop = p.client->stop(ZuvoPlayLogicStopReason::user);
+    ASSERT_TRUE(
+        waitUntil([&] { return stop.isFinished() && p.client->data().state() == State::stopped; }, 2000));
+    EXPECT_FALSE(stop.hasError());
+    EXPECT_TRUE(p.client->data().error().isEmpty());
+    EXPECT_FALSE(p.streamer.isActive());
+
+    p.logic.setTracks({simtest::track(server.url(QStringLiteral("/list.m3u")))});
+    p.client->playContainer(ZuvoRoles(), ZuvoRoles(), 0, 0);
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            const ZuvoPlayLogicData data = p.client->data();
+            return data.state() == State::playing &&
+                   data.trackRoles().mediaData().activeResource().uri() == entry;
+        },
+        10000))
+        << p.client->data().error().toStdString();
+    EXPECT_EQ(std::make_tuple(p.failureOf(2), p.client->data().streamId(), p.streamer.data().playbackId()),
+              std::make_tuple(-14, 3, 3));
+    // The player is destroyed while it plays.
+}
+
 // Hand-overs to the sample. A list plays gaplessly: one playback, every
 // successor decided in time. A successor that fails after it was handed
 // over (at about-to-finish) is the successor's failure: the running track
@@ -156,43 +193,6 @@ TEST_F(GstStreamerPlayLogicTest, HandOversPlayToTheSampleAndFailuresReachTheClie
         EXPECT_EQ(p.client->data().error(), error);
         EXPECT_EQ(p.client->data().streamerError().code(), code);
     }
-}
-
-// A server that never answers (its error would come with the source's 15 s
-// time-out, see gsterrors.h): the client's stop ends the playback at once.
-// The streamer finds no decoder for a playlist document (-14); the play
-// logic parses it and plays its entry.
-TEST_F(GstStreamerPlayLogicTest, StopEndsAStreamThatNeverAnswersAndAPlaylistPlaysItsEntry) {
-    const QString entry = server.url(QStringLiteral("/entry.wav"));
-    server.setResponse(QStringLiteral("/entry.wav"), 200, gsttest::wavFile(gsttest::tone(44100, 4)));
-    server.setResponse(QStringLiteral("/list.m3u"), 200, "#EXTM3U\n" + entry.toUtf8() + "\n",
-                       {{"Content-Type", "audio/x-mpegurl"}});
-    server.setNeverAnswer(QStringLiteral("/never"));
-    Player p(QStringLiteral("null"));
-    p.logic.setTracks({simtest::track(server.url(QStringLiteral("/never")))});
-    p.client->playContainer(ZuvoRoles(), ZuvoRoles(), 0, 0);
-    ASSERT_TRUE(waitUntil([&] { return server.requestCount(QStringLiteral("/never")) == 1; }));
-    EXPECT_EQ(p.streamer.data().state(), State::loading);
-    const CMReply<QVariant> stop = p.client->stop(ZuvoPlayLogicStopReason::user);
-    ASSERT_TRUE(
-        waitUntil([&] { return stop.isFinished() && p.client->data().state() == State::stopped; }, 2000));
-    EXPECT_FALSE(stop.hasError());
-    EXPECT_TRUE(p.client->data().error().isEmpty());
-    EXPECT_FALSE(p.streamer.isActive());
-
-    p.logic.setTracks({simtest::track(server.url(QStringLiteral("/list.m3u")))});
-    p.client->playContainer(ZuvoRoles(), ZuvoRoles(), 0, 0);
-    ASSERT_TRUE(waitUntil(
-        [&] {
-            const ZuvoPlayLogicData data = p.client->data();
-            return data.state() == State::playing &&
-                   data.trackRoles().mediaData().activeResource().uri() == entry;
-        },
-        10000))
-        << p.client->data().error().toStdString();
-    EXPECT_EQ(std::make_tuple(p.failureOf(2), p.client->data().streamId(), p.streamer.data().playbackId()),
-              std::make_tuple(-14, 3, 3));
-    // The player is destroyed while it plays.
 }
 
 } // namespace
