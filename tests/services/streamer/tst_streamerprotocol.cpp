@@ -178,10 +178,9 @@ TEST_P(StreamerProtocol, RefusalsNameWhatIsWrongAndChangeNothing) {
         const CMReply<QVariant> reply = w->send(command, payload);
         ASSERT_TRUE(waitUntil([&] { return reply.isFinished(); }));
         EXPECT_EQ(answerOf(reply), error);
-        EXPECT_FALSE(reply.error().message().isEmpty());
-        EXPECT_TRUE(log.contains(log4cplus::WARN_LOG_LEVEL, QStringLiteral("Refused")));
-        EXPECT_EQ(w->records.size(), published);
-        EXPECT_EQ(w->streamer.data(), paused);
+        EXPECT_TRUE(!reply.error().message().isEmpty() &&
+                    log.contains(log4cplus::WARN_LOG_LEVEL, QStringLiteral("Refused ")));
+        EXPECT_TRUE(w->records.size() == published && w->streamer.data() == paused) << "nothing changed";
     }
     EXPECT_EQ(w->call(ZuvoStreamerPlayPath(), playArgs(uri(New))), "id:2") << "refused plays used no id";
 }

@@ -45,11 +45,9 @@ TEST_F(GstEngineTest, PauseSeekAndPlayTimeInRealTime) {
                 true);
     ASSERT_TRUE(waitUntil(
         [&] { return engine.state() == ZuvoPlayLogicState::paused && engine.status().duration() == 8000; }));
-    EXPECT_EQ(std::make_tuple(engine.status().timeSeek(), engine.status().byteSeek(), engine.positionMs()),
-              std::make_tuple(true, false, qint64(0)));
+    EXPECT_EQ(engine.positionMs(), 0); // seekable by time only: tst_streamerprotocol.cpp
 
     engine.setPaused(false);
-    EXPECT_EQ(engine.state(), ZuvoPlayLogicState::playing);
     QElapsedTimer clock;
     clock.start();
     waitUntil([] { return false; }, 1500);
