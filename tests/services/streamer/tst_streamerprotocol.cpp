@@ -52,15 +52,11 @@ const Backend backends[] = {
      },
      [](Media media) { // WAV files, a tone each, made on first use
          static const QTemporaryDir dir;
-         static QStringList uris;
-         for (const double seconds : {60.0, 4.5, 10.0, 10.0, 10.0}) {
-             QFile wav(dir.filePath(QStringLiteral("%1.wav").arg(uris.size())));
-             if (uris.size() == 5 || !wav.open(QIODevice::WriteOnly))
-                 break;
-             wav.write(gsttest::wavFile(gsttest::tone(int(seconds * gsttest::Rate), uris.size() + 1)));
-             uris << QUrl::fromLocalFile(wav.fileName()).toString();
-         }
-         return uris.at(media);
+         QFile wav(dir.filePath(QStringLiteral("%1.wav").arg(media)));
+         const double seconds[] = {60.0, 4.5, 10.0, 10.0, 10.0};
+         if (!wav.exists() && wav.open(QIODevice::WriteOnly))
+             wav.write(gsttest::wavFile(gsttest::tone(int(seconds[media] * gsttest::Rate), media + 1)));
+         return QUrl::fromLocalFile(wav.fileName()).toString();
      }},
 #endif
 };
