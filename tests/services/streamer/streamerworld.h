@@ -12,11 +12,14 @@
 
 namespace simtest {
 
-inline ZuvoRoles track(const QString& uri, const QString& mimeType = QString()) {
+// An audio track of one resource (durationMs 0: none given).
+inline ZuvoRoles track(const QString& uri, const QString& mimeType = QString(), qint64 durationMs = 0) {
     ZuvoResource resource;
     resource.setUri(uri);
     if (!mimeType.isEmpty())
         resource.setMimeType(mimeType);
+    if (durationMs != 0)
+        resource.setDuration(durationMs);
     ZuvoMediaData mediaData;
     mediaData.setResources(ZuvoList<ZuvoResource>{resource});
     mediaData.setActiveResource(resource);
@@ -45,6 +48,16 @@ inline bool isStopped(const ZuvoStreamerData& data) {
     return data.state() == ZuvoPlayLogicState::stopped;
 }
 
+// A record in short: its state (Stopped, Loading, Playing, paused (Z)), its
+// playback id (0: none), n with next media, e near its end, then its error's
+// code (! for an error without one).
+inline QString summary(const ZuvoStreamerData& d) {
+    const int code = d.error().code();
+    return QLatin1Char("SLPZ"[int(d.state())]) + QString::number(d.isSetPlaybackId() ? d.playbackId() : 0) +
+           QLatin1String(d.isSetNextTrackRoles() ? "n" : "") + QLatin1String(d.trackNearEnd() ? "e" : "") +
+           (code ? QString::number(code) : QLatin1String(d.error().isEmpty() ? "" : "!"));
+}
+
 // "ok" for a success without value, "id:N" for a playback id, else the
 // error's name.
 inline QString answerOf(const CMReply<QVariant>& reply) {
@@ -56,7 +69,6 @@ inline QString answerOf(const CMReply<QVariant>& reply) {
                                    : QStringLiteral("ok");
 }
 
-// make builds the service (by default a simulated streamer).
 struct World {
     using Make = std::function<std::unique_ptr<StreamerService>(CMNodes*)>;
     explicit World(const Make& make =
@@ -65,8 +77,6 @@ struct World {
         , streamer(*service) {
         QObject::connect(&streamer, &StreamerService::dataPublished, &streamer,
                          [this](const ZuvoStreamerData& data) { records.append(data); });
-        QObject::connect(&streamer, &StreamerService::commandReceived, &streamer,
-                         [this](const QString& command) { commands.append(command); });
     }
     SimulatedStreamer& sim() { return static_cast<SimulatedStreamer&>(streamer); }
 
@@ -81,6 +91,13 @@ struct World {
         zuvotest::waitUntil([&] { return reply.isFinished(); });
         return answerOf(reply);
     }
+    // The summary() of every record published so far.
+    QString story() const {
+        QStringList all;
+        for (const ZuvoStreamerData& record : records)
+            all << summary(record);
+        return all.join(QLatin1Char(' '));
+    }
     bool waitFor(const std::function<bool(const ZuvoStreamerData&)>& cond, int timeoutMs = 5000) {
         return zuvotest::waitUntil([&] { return cond(streamer.data()); }, timeoutMs);
     }
@@ -89,7 +106,6 @@ struct World {
     std::unique_ptr<StreamerService> service;
     StreamerService& streamer;
     QList<ZuvoStreamerData> records;
-    QStringList commands;
 };
 
 } // namespace simtest

@@ -52,15 +52,11 @@ const Backend backends[] = {
      },
      [](Media media) { // WAV files, a tone each, made on first use
          static const QTemporaryDir dir;
-         static QStringList uris;
-         for (const double seconds : {60.0, 4.5, 10.0, 10.0, 10.0}) {
-             QFile wav(dir.filePath(QStringLiteral("%1.wav").arg(uris.size())));
-             if (uris.size() == 5 || !wav.open(QIODevice::WriteOnly))
-                 break;
-             wav.write(gsttest::wavFile(gsttest::tone(int(seconds * gsttest::Rate), uris.size() + 1)));
-             uris << QUrl::fromLocalFile(wav.fileName()).toString();
-         }
-         return uris.at(media);
+         QFile wav(dir.filePath(QStringLiteral("%1.wav").arg(media)));
+         const double seconds[] = {60.0, 4.5, 10.0, 10.0, 10.0};
+         if (!wav.exists() && wav.open(QIODevice::WriteOnly))
+             wav.write(gsttest::wavFile(gsttest::tone(int(seconds[media] * gsttest::Rate), media + 1)));
+         return QUrl::fromLocalFile(wav.fileName()).toString();
      }},
 #endif
 };
@@ -113,9 +109,8 @@ protected:
 
 TEST_P(StreamerProtocol, EveryCommandInEveryState) {
     // Per start (see bring()), the outcome of each command in Cmd order: the
-    // answer, and for a success the first record the command published (else
-    // the current one): its state (Loading, Playing, paused (Z), Stopped),
-    // its playback id (0: none), n when it has next media, e when near its end.
+    // answer, then the summary() of the first record the command published
+    // (of the current one when it published none; nothing for a refusal).
     const char* const rows[] = {
         "S id:1/L1 NotPlaying ok/S0 NotPlaying NotPlaying ok/S0 NotPlaying NotPlaying ok/S0",
         "p id:2/L2 id:2/P1n ok/P1 ok/Z1 ok/P1 ok/S1 ok/P1 NotSeekable ok/P1",
@@ -130,31 +125,17 @@ TEST_P(StreamerProtocol, EveryCommandInEveryState) {
             SCOPED_TRACE(testing::Message() << "start " << row[0] << ", command " << cmd);
             const std::unique_ptr<World> w = world();
             ASSERT_TRUE(bring(*w, row[0]));
-            const int publishedBefore = w->records.size();
-            const int commandsBefore = w->commands.size();
+            const int published = w->records.size();
             const CMReply<QVariant> reply = send(*w, Cmd(cmd));
             ASSERT_TRUE(waitUntil([&] { return reply.isFinished(); }));
-            const QStringList outcome = expected.at(cmd + 1).split(QLatin1Char('/'));
-            EXPECT_EQ(answerOf(reply), outcome.first());
-            EXPECT_EQ(w->commands.size(), commandsBefore + 1);
-            if (reply.hasError()) {
-                EXPECT_EQ(w->records.size(), publishedBefore) << "a refused command published";
-                continue;
-            }
             // A real engine may have moved on since (a local file loads in a moment).
-            const ZuvoStreamerData data =
-                w->records.size() > publishedBefore ? w->records.at(publishedBefore) : w->streamer.data();
-            const QString record = outcome.at(1);
-            const State::Enum state =
-                QList<State::Enum>{State::loading, State::playing, State::paused,
-                                   State::stopped}[QStringLiteral("LPZS").indexOf(record[0])];
-            EXPECT_EQ(data.state(), state);
-            EXPECT_EQ(data.isSetPlaybackId(), record[1] != QLatin1Char('0'));
-            EXPECT_EQ(data.playbackId(), record.mid(1, 1).toInt());
-            EXPECT_EQ(data.isSetNextTrackRoles(), record.contains(QLatin1Char('n')));
-            EXPECT_EQ(data.trackNearEnd(), record.contains(QLatin1Char('e')));
-            EXPECT_TRUE(data.error().isEmpty());
-            EXPECT_EQ(w->streamer.isActive(), state != State::stopped);
+            const bool recorded = w->records.size() > published;
+            const ZuvoStreamerData data = recorded ? w->records.at(published) : w->streamer.data();
+            EXPECT_EQ(answerOf(reply) + (reply.hasError() && !recorded ? QString() : '/' + summary(data)),
+                      expected.at(cmd + 1));
+            EXPECT_EQ(w->streamer.isActive(), !isStopped(data));
+            if (reply.hasError())
+                continue;
             if (cmd == Play || cmd == SetNext) {
                 EXPECT_EQ(cmd == Play ? data.trackRoles().title() : data.nextTrackRoles().title(),
                           uri(cmd == Play ? New : Later));
@@ -193,10 +174,9 @@ TEST_P(StreamerProtocol, RefusalsNameWhatIsWrongAndChangeNothing) {
         const CMReply<QVariant> reply = w->send(command, payload);
         ASSERT_TRUE(waitUntil([&] { return reply.isFinished(); }));
         EXPECT_EQ(answerOf(reply), error);
-        EXPECT_FALSE(reply.error().message().isEmpty());
-        EXPECT_TRUE(log.contains(log4cplus::WARN_LOG_LEVEL, QStringLiteral("Refused")));
-        EXPECT_EQ(w->records.size(), published);
-        EXPECT_EQ(w->streamer.data(), paused);
+        EXPECT_TRUE(!reply.error().message().isEmpty() &&
+                    log.contains(log4cplus::WARN_LOG_LEVEL, QStringLiteral("Refused ")));
+        EXPECT_TRUE(w->records.size() == published && w->streamer.data() == paused) << "nothing changed";
     }
     EXPECT_EQ(w->call(ZuvoStreamerPlayPath(), playArgs(uri(New))), "id:2") << "refused plays used no id";
 }

@@ -20,6 +20,9 @@ protected:
         GstEngine::ensureGstInitialised();
     }
     QString path(const QString& name) const { return dir.filePath(name); }
+    AudioSinkSpec wavSink() const {
+        return AudioSinkSpec(AudioSinkSpec::Kind::Wav, path(QStringLiteral("out.wav")));
+    }
     // Writes bytes to the folder's file name; returns its path.
     QString write(const QString& name, const QByteArray& bytes) {
         QFile file(path(name));

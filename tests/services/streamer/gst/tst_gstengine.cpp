@@ -20,13 +20,10 @@ struct EngineRun {
         : engine(std::make_unique<GstEngine>(sink)) {
         QObject::connect(engine.get(), &StreamerEngine::nextStarted, [this] { ++starts; });
         QObject::connect(engine.get(), &StreamerEngine::ended, [this] { ++ends; });
-        QObject::connect(engine.get(), &StreamerEngine::failed, [this](int c, const QString& d) {
-            code = c;
-            detail = d;
-        });
-        QObject::connect(engine.get(), &StreamerEngine::crashed, [this] { ++crashes; });
+        QObject::connect(engine.get(), &StreamerEngine::failed,
+                         [this](int c, const QString& d) { std::tie(code, detail) = std::tie(c, d); });
     }
-    bool idle() const { return ends > 0 || code != 0 || crashes > 0; }
+    bool idle() const { return ends > 0 || code != 0; }
     // Plays uri alone and waits for its end.
     bool playToTheEnd(const QString& uri) {
         engine->play(uri, ZuvoRoles(), false);
@@ -35,30 +32,22 @@ struct EngineRun {
     }
 
     std::unique_ptr<GstEngine> engine;
-    int starts = 0, ends = 0, crashes = 0, code = 0;
+    int starts = 0, ends = 0, code = 0;
     QString detail;
 };
 
-class GstEngineTest : public gsttest::Fixture {
-protected:
-    AudioSinkSpec wavSink() const {
-        return AudioSinkSpec(AudioSinkSpec::Kind::Wav, path(QStringLiteral("out.wav")));
-    }
-};
+using GstEngineTest = gsttest::Fixture;
 
 TEST_F(GstEngineTest, PauseSeekAndPlayTimeInRealTime) {
     EngineRun run(AudioSinkSpec(AudioSinkSpec::Kind::Null));
     GstEngine& engine = *run.engine;
     engine.play(write(QStringLiteral("long.wav"), gsttest::wavFile(gsttest::tone(44100 * 8, 5))), ZuvoRoles(),
                 true);
-    ASSERT_TRUE(waitUntil([&] { return engine.state() == ZuvoPlayLogicState::paused; }));
-    ASSERT_TRUE(waitUntil([&] { return engine.status().duration() == 8000; }));
-    EXPECT_TRUE(engine.status().timeSeek());
-    EXPECT_FALSE(engine.status().byteSeek());
-    EXPECT_EQ(engine.positionMs(), 0);
+    ASSERT_TRUE(waitUntil(
+        [&] { return engine.state() == ZuvoPlayLogicState::paused && engine.status().duration() == 8000; }));
+    EXPECT_EQ(engine.positionMs(), 0); // seekable by time only: tst_streamerprotocol.cpp
 
     engine.setPaused(false);
-    EXPECT_EQ(engine.state(), ZuvoPlayLogicState::playing);
     QElapsedTimer clock;
     clock.start();
     waitUntil([] { return false; }, 1500);
@@ -73,11 +62,9 @@ TEST_F(GstEngineTest, PauseSeekAndPlayTimeInRealTime) {
     const qint64 pausedAt = engine.positionMs();
     waitUntil([] { return false; }, 400);
     EXPECT_EQ(engine.positionMs(), pausedAt);
-    EXPECT_EQ(engine.state(), ZuvoPlayLogicState::paused);
 
     engine.seek(6000);
-    EXPECT_EQ(engine.positionMs(), 6000);
-    EXPECT_TRUE(engine.nearEnd());
+    EXPECT_TRUE(engine.positionMs() == 6000 && engine.nearEnd());
     ASSERT_TRUE(waitUntil([&] { return engine.positionMs() >= 6000 && engine.positionMs() < 6100; }));
     engine.seek(1000);
     EXPECT_FALSE(engine.nearEnd());
@@ -89,21 +76,15 @@ TEST_F(GstEngineTest, PauseSeekAndPlayTimeInRealTime) {
 
 TEST_F(GstEngineTest, DecodesEachFormatAndHls) {
     const QString source = write(QStringLiteral("source.wav"), gsttest::wavFile(gsttest::tone(44100, 6)));
-    const std::pair<const char*, const char*> formats[] = {
-        {"", "source.wav"},
-        {"flacenc", "t.flac"},
-        {"vorbisenc ! oggmux", "t.ogg"},
-        {"audioresample ! opusenc ! oggmux", "t.opus"},
-        {"lamemp3enc", "t.mp3"},
-        {"voaacenc ! aacparse ! mp4mux", "t.m4a"},
-    };
-    for (const auto& [encoder, file] : formats) {
-        SCOPED_TRACE(file);
-        ASSERT_EQ(*encoder ? gsttest::encode(source, QLatin1String(encoder), path(QLatin1String(file)))
-                           : QString(),
-                  QString());
+    const char* const encoders[] = {
+        "flacenc",    "vorbisenc ! oggmux",           "audioresample ! opusenc ! oggmux",
+        "lamemp3enc", "voaacenc ! aacparse ! mp4mux", ""};
+    for (const char* encoder : encoders) {
+        SCOPED_TRACE(encoder);
+        const QString file = *encoder ? path(QLatin1String(encoder).left(6)) : source;
+        ASSERT_TRUE(!*encoder || gsttest::encode(source, QLatin1String(encoder), file).isEmpty());
         EngineRun run(wavSink());
-        ASSERT_TRUE(run.playToTheEnd(path(QLatin1String(file)))) << run.detail.toStdString();
+        ASSERT_TRUE(run.playToTheEnd(file)) << run.detail.toStdString();
         EXPECT_NEAR(seconds(QStringLiteral("out.wav")), 1.0, 0.06);
     }
 
@@ -131,10 +112,6 @@ int countEntries(const char* dir) {
     return QDir(QString::fromLatin1(dir)).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size();
 }
 
-// Stop or destroy the engine at each point of a gapless transition, over and
-// over: nothing hangs (a waiting about-to-finish is released), nothing
-// leaks, threads and descriptors come back. ZUVO_GST_STRESS_CYCLES sets the
-// number of cycles (default 60, a few seconds; a few hundred for a soak).
 // The missing file's error is posted inside play() itself: the play that
 // replaces it at once must not receive it.
 TEST_F(GstEngineTest, APlayReplacedAtOnceLeavesItsErrorsBehind) {
@@ -144,10 +121,13 @@ TEST_F(GstEngineTest, APlayReplacedAtOnceLeavesItsErrorsBehind) {
         << run.code << " " << run.detail.toStdString();
 }
 
+// Stop or destroy the engine at each point of a gapless transition, over and
+// over: nothing hangs (a waiting about-to-finish is released), nothing
+// leaks, threads and descriptors come back. ZUVO_GST_STRESS_CYCLES sets the
+// number of cycles (default 60, a few seconds; a few hundred for a soak).
 TEST_F(GstEngineTest, StopAndDestroyAtEveryPointOfATransition) {
-    bool ok = false;
-    const int requested = qEnvironmentVariableIntValue("ZUVO_GST_STRESS_CYCLES", &ok);
-    const int cycles = ok && requested > 0 ? requested : 60;
+    const int requested = qEnvironmentVariableIntValue("ZUVO_GST_STRESS_CYCLES");
+    const int cycles = requested > 0 ? requested : 60;
     const QString first = write(QStringLiteral("a.wav"), gsttest::wavFile(gsttest::tone(4410, 7)));
     const QString second = write(QStringLiteral("b.wav"), gsttest::wavFile(gsttest::tone(4410, 8)));
     enum Point { AfterPlay, AtFirstUpdate, WhileDecisionWaits, AfterQueueing, AtNextStart, PointCount };
@@ -176,10 +156,7 @@ TEST_F(GstEngineTest, StopAndDestroyAtEveryPointOfATransition) {
         ASSERT_TRUE(waitUntil([&] { return reached || run.idle(); }, 5000)) << "point " << point;
         QElapsedTimer clock;
         clock.start();
-        if ((i / PointCount) % 2 == 1)
-            run.engine.reset();
-        else
-            run.engine->stop();
+        (i / PointCount) % 2 == 1 ? run.engine.reset() : run.engine->stop();
         EXPECT_LT(clock.elapsed(), 1000) << "point " << point;
     };
     cycle(0);

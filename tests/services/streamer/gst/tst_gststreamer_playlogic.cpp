@@ -20,7 +20,7 @@ using State = ZuvoPlayLogicState;
 namespace {
 
 // A GstStreamer, a TrackListPlayLogic on it with the playlist parse node a
-// host registers, and everything the play logic and the streamer published.
+// host registers, and every record the streamer published.
 struct Player {
     explicit Player(const QString& sink)
         : streamer(root.nodes(), sink)
@@ -29,29 +29,22 @@ struct Player {
         logic.findChild<QTimer*>(QStringLiteral("pingTimeoutTimer"))->setInterval(3600 * 1000);
         (new PlayListParseNode(ZuvoPlayerContentPlayLogicPlaylistPath()))
             ->setNodes(root.nodes()); // the registry owns it
-        QObject::connect(&logic, &PlayLogicBase::playbackDataChanged, &logic,
-                         [this](const ZuvoPlayLogicData& data) { published.append(data); });
         QObject::connect(&streamer, &StreamerService::dataPublished, &logic,
                          [this](const ZuvoStreamerData& data) { records.append(data); });
     }
-    void play(const QStringList& uris) {
+    // Plays the items and waits until the playback has run and ended.
+    bool playToTheEnd(const QStringList& uris) {
         QList<ZuvoRoles> items;
         for (const QString& uri : uris)
             items.append(simtest::track(uri));
         logic.setTracks(items);
         client->playContainer(ZuvoRoles(), ZuvoRoles(), 0, 0);
-    }
-    // Index of the first record of the playback (not stopped), -1 before.
-    int firstActive() const {
-        for (int i = 0; i < published.size(); ++i)
-            if (published.at(i).state() != State::stopped)
-                return i;
-        return -1;
-    }
-    // Waits until the playback has run and ended.
-    bool waitForEnd(int timeoutMs = 30000) const {
-        return waitUntil([this] { return firstActive() >= 0 && client->data().state() == State::stopped; },
-                         timeoutMs);
+        return waitUntil(
+            [this] {
+                return !records.isEmpty() && simtest::isStopped(records.last()) &&
+                       client->data().state() == State::stopped;
+            },
+            30000);
     }
     // The error code of the streamer's stopped record of playbackId (0: none).
     int failureOf(int playbackId) const {
@@ -65,160 +58,25 @@ struct Player {
     const CMPath base{"/test/gstPlayer"};
     PlayLogicInterface* const client = PlayLogicInterface::instance(base);
     GstStreamer streamer;
-    QList<ZuvoPlayLogicData> published; // outlives the play logic, which publishes as it goes
     QList<ZuvoStreamerData> records;
     TrackListPlayLogic logic;
 };
 
 using GstStreamerPlayLogicTest = gsttest::Fixture;
 
-// Hand-overs to the sample. A list plays gaplessly: one playback, every
-// successor decided in time. A successor that fails after it was handed
-// over (at about-to-finish) is the successor's failure: the running track
-// plays out to its last sample first. A play after a failed successor (the
-// play logic skips to the next item) runs on a clean pipeline and plays
-// whole: one row per kind of failure, since leftovers of the failed source
-// showed up only now and then.
-TEST_F(GstStreamerPlayLogicTest, HandOversPlayToTheSample) {
-    // a is longer than the decoder's queues hold, so that the hand-over comes
-    // once it plays (not while it prerolls, when nothing could play out).
-    const QVector<qint16> a = gsttest::tone(3 * 44100, 5), b = gsttest::tone(66150, 2),
-                          c = gsttest::tone(22050, 6);
-    write(QStringLiteral("b.wav"), gsttest::wavFile(b));
-    ASSERT_EQ(gsttest::encode(path(QStringLiteral("b.wav")), QStringLiteral("flacenc"),
-                              path(QStringLiteral("b.flac"))),
-              QString());
-    server.setResponse(QStringLiteral("/a.wav"), 200, gsttest::wavFile(a));
-    server.setResponse(QStringLiteral("/b.flac"), 200, read(QStringLiteral("b.flac")));
-    server.setResponse(QStringLiteral("/c.wav"), 200, gsttest::wavFile(c));
-    const QString fileA = write(QStringLiteral("a.wav"), gsttest::wavFile(a));
-    const QString fileC = write(QStringLiteral("c.wav"), gsttest::wavFile(c));
-    const QString missing = path(QStringLiteral("missing.wav"));
-    const QString refused = QStringLiteral("http://127.0.0.1:%1/a.wav").arg(HttpTestServer::unusedPort());
-    const QString noise = write(QStringLiteral("noise.bin"), QByteArray(4096, '\x5a'));
-    const struct {
-        QStringList items;
-        QVector<qint16> output;
-        int failed;    // the second item's error code (0: played)
-        int lastId;    // the last playback
-        int lastError; // its error code
-    } cases[] = {
-        {{server.url(QStringLiteral("/a.wav")), server.url(QStringLiteral("/b.flac")),
-          server.url(QStringLiteral("/c.wav"))},
-         a + b + c,
-         0,
-         3,
-         -13},
-        {{fileA, missing}, a, -19, 2, -19},
-        {{fileA, noise, fileC}, c, -22, 3, -13},
-        {{fileA, missing, fileC}, c, -19, 3, -13},
-        {{fileA, refused, fileC}, c, -16, 3, -13},
-    };
-    for (const auto& r : cases) {
-        SCOPED_TRACE(r.items.join(QLatin1Char(' ')).toStdString());
-        LogCapture log;
-        Player p(QStringLiteral("wav:") + path(QStringLiteral("out.wav")));
-        p.play(r.items);
-        ASSERT_TRUE(p.waitForEnd());
-        EXPECT_EQ(p.failureOf(2), r.failed);
-        EXPECT_EQ(p.streamer.data().playbackId(), r.lastId);
-        EXPECT_EQ(p.streamer.data().error().code(), r.lastError)
-            << p.streamer.data().error().message().toStdString();
-        EXPECT_EQ(p.client->data().error().isEmpty(), r.failed == 0)
-            << p.client->data().error().toStdString();
-        const QVector<qint16> output = gsttest::wavSamples(read(QStringLiteral("out.wav")));
-        EXPECT_TRUE(output == r.output)
-            << output.size() << " samples written, " << r.output.size() << " played";
-        if (r.failed != 0)
-            continue;
-        EXPECT_EQ(p.client->data().streamId(), 3);
-        // Never stopped between the tracks, and no end waited for a decision.
-        for (int i = p.firstActive(); i + 1 < p.published.size(); ++i)
-            EXPECT_NE(p.published.at(i).state(), State::stopped) << "record " << i;
-        EXPECT_FALSE(log.contains(QStringLiteral("No next media decided")));
-    }
-}
-
-// How each kind of broken stream is classified (the streamer's error code)
-// and what a client of the play logic sees; the playlist hand-off on a real
-// pipeline.
-TEST_F(GstStreamerPlayLogicTest, FailuresReachTheClientAndAPlaylistPlaysItsFirstEntry) {
-    const QByteArray wav = gsttest::wavFile(gsttest::tone(44100, 4));
-    server.setResponse(QStringLiteral("/entry.wav"), 200, wav);
-    server.setResponse(QStringLiteral("/401"), 401, QByteArray());
-    server.setResponse(QStringLiteral("/list.m3u"), 200,
-                       "#EXTM3U\n" + server.url(QStringLiteral("/entry.wav")).toUtf8() + "\n",
-                       {{"Content-Type", "audio/x-mpegurl"}});
-    zuvotest::HttpTestRoute broken;
-    broken.body = wav.left(wav.size() / 3);
-    broken.declaredLength = wav.size();
-    broken.closeWhenShort = true;
-    server.setRoute(QStringLiteral("/broken.wav"), broken);
-    QByteArray noise(20000, '\0');
-    quint32 seed = 12345;
-    for (char& byte : noise)
-        byte = char((seed = seed * 1103515245u + 12345u) >> 24);
-    write(QStringLiteral("noise.bin"), noise);
-    // The header promises a second, the file holds half of it.
-    write(QStringLiteral("short.wav"), wav.left(wav.size() / 2));
-    ASSERT_EQ(
-        gsttest::runPipeline(QStringLiteral("videotestsrc num-buffers=1 ! pngenc ! filesink location=\"%1\"")
-                                 .arg(path(QStringLiteral("image.png")))),
-        QString());
-
-    const QString notFound = QStringLiteral("Could not find source!");
-    const QString unknown = QStringLiteral("Unknown playlist format detected.");
-    const struct {
-        const char* name;
-        QString uri;
-        int code;      // of the streamer's error record
-        QString error; // the play logic's published error
-    } cases[] = {
-        {"missing file", path(QStringLiteral("missing.wav")), -19, notFound},
-        {"refused port", QStringLiteral("http://127.0.0.1:%1/a.wav").arg(HttpTestServer::unusedPort()), -16,
-         QStringLiteral("Could not open stream!")},
-        {"401", server.url(QStringLiteral("/401")), -17,
-         QStringLiteral("Access to this stream is not authorized by the content provider")},
-        {"404", server.url(QStringLiteral("/404")), -19, notFound},
-        {"non-audio file", path(QStringLiteral("noise.bin")), -15, unknown},
-        {"image", path(QStringLiteral("image.png")), -22, unknown},
-        {"server breaks off", server.url(QStringLiteral("/broken.wav")), -18,
-         QStringLiteral("Could not read source!")},
-        // Plays the half second that is there, then ends as any track does.
-        {"truncated file", path(QStringLiteral("short.wav")), -13, QString()},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        Player p(QStringLiteral("null"));
-        p.play({c.uri});
-        ASSERT_TRUE(p.waitForEnd(20000));
-        EXPECT_EQ(p.client->data().error(), c.error);
-        EXPECT_EQ(p.client->data().streamerError().code(), c.code);
-    }
-
-    // The streamer finds no decoder for the playlist document (-14); the
-    // play logic parses it and plays its entry.
-    Player p(QStringLiteral("null"));
-    p.play({server.url(QStringLiteral("/list.m3u"))});
-    ASSERT_TRUE(waitUntil(
-        [&] {
-            const ZuvoPlayLogicData data = p.client->data();
-            return data.state() == State::playing && data.trackRoles().mediaData().activeResource().uri() ==
-                                                         server.url(QStringLiteral("/entry.wav"));
-        },
-        10000))
-        << p.client->data().error().toStdString();
-    EXPECT_EQ(p.failureOf(1), -14);
-    EXPECT_EQ(p.client->data().streamId(), 2);
-    EXPECT_EQ(p.streamer.data().playbackId(), 2);
-}
-
 // A server that never answers (its error would come with the source's 15 s
 // time-out, see gsterrors.h): the client's stop ends the playback at once.
-TEST_F(GstStreamerPlayLogicTest, StopEndsAStreamThatNeverAnswers) {
+// The streamer finds no decoder for a playlist document (-14); the play
+// logic parses it and plays its entry.
+TEST_F(GstStreamerPlayLogicTest, StopEndsAStreamThatNeverAnswersAndAPlaylistPlaysItsEntry) {
+    const QString entry = server.url(QStringLiteral("/entry.wav"));
+    server.setResponse(QStringLiteral("/entry.wav"), 200, gsttest::wavFile(gsttest::tone(44100, 4)));
+    server.setResponse(QStringLiteral("/list.m3u"), 200, "#EXTM3U\n" + entry.toUtf8() + "\n",
+                       {{"Content-Type", "audio/x-mpegurl"}});
     server.setNeverAnswer(QStringLiteral("/never"));
     Player p(QStringLiteral("null"));
-    p.play({server.url(QStringLiteral("/never"))});
+    p.logic.setTracks({simtest::track(server.url(QStringLiteral("/never")))});
+    p.client->playContainer(ZuvoRoles(), ZuvoRoles(), 0, 0);
     ASSERT_TRUE(waitUntil([&] { return server.requestCount(QStringLiteral("/never")) == 1; }));
     EXPECT_EQ(p.streamer.data().state(), State::loading);
     const CMReply<QVariant> stop = p.client->stop(ZuvoPlayLogicStopReason::user);
@@ -227,6 +85,114 @@ TEST_F(GstStreamerPlayLogicTest, StopEndsAStreamThatNeverAnswers) {
     EXPECT_FALSE(stop.hasError());
     EXPECT_TRUE(p.client->data().error().isEmpty());
     EXPECT_FALSE(p.streamer.isActive());
+
+    p.logic.setTracks({simtest::track(server.url(QStringLiteral("/list.m3u")))});
+    p.client->playContainer(ZuvoRoles(), ZuvoRoles(), 0, 0);
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            const ZuvoPlayLogicData data = p.client->data();
+            return data.state() == State::playing &&
+                   data.trackRoles().mediaData().activeResource().uri() == entry;
+        },
+        10000))
+        << p.client->data().error().toStdString();
+    EXPECT_EQ(std::make_tuple(p.failureOf(2), p.client->data().streamId(), p.streamer.data().playbackId()),
+              std::make_tuple(-14, 3, 3));
+    // The player is destroyed while it plays.
+}
+
+// Hand-overs to the sample. A list plays gaplessly: one playback, every
+// successor decided in time. A successor that fails after it was handed
+// over (at about-to-finish) is the successor's failure: the running track
+// plays out to its last sample first. A play after a failed successor (the
+// play logic skips to the next item) runs on a clean pipeline and plays
+// whole: one row per kind of failure, since leftovers of the failed source
+// showed up only now and then. Then each kind of broken stream alone: how it
+// is classified (the streamer's error code) and what a client sees.
+TEST_F(GstStreamerPlayLogicTest, HandOversPlayToTheSampleAndFailuresReachTheClient) {
+    // a is longer than the decoder's queues hold, so that the hand-over comes
+    // once it plays (not while it prerolls, when nothing could play out).
+    const QVector<qint16> a = gsttest::tone(3 * 44100, 5), b = gsttest::tone(66150, 2),
+                          c = gsttest::tone(22050, 6);
+    const QByteArray wavC = gsttest::wavFile(c);
+    ASSERT_EQ(gsttest::encode(write(QStringLiteral("b.wav"), gsttest::wavFile(b)), QStringLiteral("flacenc"),
+                              path(QStringLiteral("b.flac"))),
+              QString());
+    server.setResponse(QStringLiteral("/a.wav"), 200, gsttest::wavFile(a));
+    server.setResponse(QStringLiteral("/b.flac"), 200, read(QStringLiteral("b.flac")));
+    server.setResponse(QStringLiteral("/c.wav"), 200, wavC);
+    server.setResponse(QStringLiteral("/401"), 401, QByteArray());
+    zuvotest::HttpTestRoute broken;
+    broken.body = wavC.left(wavC.size() / 3);
+    broken.declaredLength = wavC.size();
+    broken.closeWhenShort = true;
+    server.setRoute(QStringLiteral("/broken.wav"), broken);
+    const QString fileA = write(QStringLiteral("a.wav"), gsttest::wavFile(a));
+    const QString fileC = write(QStringLiteral("c.wav"), wavC);
+    const QString missing = path(QStringLiteral("missing.wav"));
+    const QString refused = QStringLiteral("http://127.0.0.1:%1/a.wav").arg(HttpTestServer::unusedPort());
+    const QString noise = write(QStringLiteral("noise.bin"), QByteArray(4096, '\x5a'));
+    const auto url = [&](const char* name) { return server.url(QLatin1String(name)); };
+    // items, the samples written, the second item's error code (0: played),
+    // the last playback and its error code
+    const std::tuple<QStringList, QVector<qint16>, int, int, int> cases[] = {
+        {{url("/a.wav"), url("/b.flac"), url("/c.wav")}, a + b + c, 0, 3, -13},
+        {{fileA, missing}, a, -19, 2, -19},
+        {{fileA, noise, fileC}, c, -22, 3, -13},
+        {{fileA, missing, fileC}, c, -19, 3, -13},
+        {{fileA, refused, fileC}, c, -16, 3, -13},
+    };
+    for (const auto& [items, samples, failed, lastId, lastError] : cases) {
+        SCOPED_TRACE(items.join(QLatin1Char(' ')).toStdString());
+        LogCapture log;
+        Player p(QStringLiteral("wav:") + path(QStringLiteral("out.wav")));
+        ASSERT_TRUE(p.playToTheEnd(items));
+        EXPECT_EQ(std::make_tuple(p.failureOf(2), p.streamer.data().playbackId(),
+                                  p.streamer.data().error().code(), p.client->data().error().isEmpty()),
+                  std::make_tuple(failed, lastId, lastError, failed == 0))
+            << p.client->data().error().toStdString();
+        const QVector<qint16> output = gsttest::wavSamples(read(QStringLiteral("out.wav")));
+        EXPECT_TRUE(output == samples)
+            << output.size() << " samples written, " << samples.size() << " played";
+        if (failed != 0)
+            continue;
+        EXPECT_EQ(p.client->data().streamId(), 3);
+        // Never stopped between the tracks, and no end waited for a decision.
+        EXPECT_EQ(std::count_if(p.records.begin(), p.records.end(), simtest::isStopped), 1);
+        EXPECT_FALSE(log.contains(QStringLiteral("No next media decided")));
+    }
+
+    QByteArray randomBytes(20000, '\0');
+    quint32 seed = 12345;
+    for (char& byte : randomBytes)
+        byte = char((seed = seed * 1103515245u + 12345u) >> 24);
+    // The header promises half a second, the file holds half of it.
+    const QString truncated = write(QStringLiteral("short.wav"), wavC.left(wavC.size() / 2));
+    const QString image = path(QStringLiteral("image.png"));
+    ASSERT_EQ(
+        gsttest::runPipeline(
+            QStringLiteral("videotestsrc num-buffers=1 ! pngenc ! filesink location=\"%1\"").arg(image)),
+        QString());
+    const QString notFound = QStringLiteral("Could not find source!");
+    const QString unknown = QStringLiteral("Unknown playlist format detected.");
+    const std::tuple<QString, int, QString> failures[] = {
+        // uri, the streamer's error code, the play logic's published error
+        {missing, -19, notFound},
+        {refused, -16, QStringLiteral("Could not open stream!")},
+        {url("/401"), -17, QStringLiteral("Access to this stream is not authorized by the content provider")},
+        {url("/404"), -19, notFound},
+        {write(QStringLiteral("random.bin"), randomBytes), -15, unknown},
+        {image, -22, unknown},
+        {url("/broken.wav"), -18, QStringLiteral("Could not read source!")},
+        {truncated, -13, QString()}, // plays what is there, then ends as any track does
+    };
+    for (const auto& [uri, code, error] : failures) {
+        SCOPED_TRACE(uri.toStdString());
+        Player p(QStringLiteral("null"));
+        ASSERT_TRUE(p.playToTheEnd({uri}));
+        EXPECT_EQ(p.client->data().error(), error);
+        EXPECT_EQ(p.client->data().streamerError().code(), code);
+    }
 }
 
 } // namespace
