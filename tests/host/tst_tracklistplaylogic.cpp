@@ -2,10 +2,10 @@
 #include <gtest/gtest.h>
 #include <memory>
 
-#include "model/cmactivatenode.h"
 #include "model/cmnodes.h"
 #include "playlogicinterface.h"
 #include "support/eventloop.h"
+#include "support/streamerplaylogicfixture.h"
 #include "support/teststreamerservice.h"
 #include "tracklistplaylogic.h"
 
@@ -65,18 +65,6 @@ TEST(TrackList, OrderEdgesAndAlternatesOfOneLiveItem) {
     EXPECT_EQ(items, QStringList({"Radio sim://r1 sim://r1 sim://r2 live", "Song  sim://Song", "  sim://x",
                                   "  sim://y", "Radio  sim://Radio"}));
 }
-
-// A pre-play service that has gone silent: it records requests and never
-// answers them.
-struct SilentNode : QObject {
-    SilentNode(CMNodes* nodes, const CMPath& path) {
-        CMActivateNode* node = CMActivateNode::create(nodes, path);
-        node->setParent(this);
-        node->setInvoke(this, &SilentNode::invoked, Qt::QueuedConnection);
-    }
-    void invoked(const CMSetDataRequest& request) { requests.append(request); }
-    QList<CMSetDataRequest> requests;
-};
 
 class TrackListPlayLogicTest : public ::testing::Test {
 protected:
@@ -210,14 +198,11 @@ TEST_F(TrackListPlayLogicTest, RefusedPlaysPublishNothingAndStopDoesNotWaitForAP
     EXPECT_TRUE(empty.hasError());
     EXPECT_TRUE(states.isEmpty());
 
-    SilentNode prePlay(scope.nodes(), CMPath("/service/prePlay"));
-    ZuvoRoles guarded = item("guarded");
-    ZuvoMediaData mediaData = guarded.mediaData();
-    ZuvoMetaData metaData = mediaData.metaData();
-    metaData.setPrePlayPath(CMPath("/service/prePlay"));
-    mediaData.setMetaData(metaData);
-    guarded.setMediaData(mediaData);
-    logic->setTracks({guarded});
+    TestServiceNode prePlay(scope.nodes(), CMPath("/service/prePlay")); // silent
+    prePlay.hold = true;
+    logic->setTracks({spltest::withMetaData(item("guarded"), [](ZuvoMetaData& metaData) {
+        metaData.setPrePlayPath(CMPath("/service/prePlay"));
+    })});
     const CMReply<QVariant> play = client->play(ZuvoRoles());
     ASSERT_TRUE(waitUntil([&] { return prePlay.requests.size() == 1; }));
     EXPECT_FALSE(play.isFinished());
