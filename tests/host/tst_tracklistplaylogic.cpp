@@ -74,7 +74,6 @@ protected:
         QObject::connect(logic.get(), &PlayLogicBase::playbackDataChanged, &context,
                          [this](const ZuvoPlayLogicData& data) { states.append(data.state()); });
     }
-    void TearDown() override { logic.reset(); }
 
     ZuvoPlayLogicData published() const { return client->data(); }
     // Title of the roles sent with the n-th (from 1) invocation of command.
@@ -105,7 +104,7 @@ protected:
     PlayLogicInterface* client = PlayLogicInterface::instance(basePath);
     QObject context;
     QList<State::Enum> states;
-    std::unique_ptr<TrackListPlayLogic> logic;
+    std::unique_ptr<TrackListPlayLogic> logic; // the last member: destroyed first
 };
 
 // An item that ends before its successor was queued (the next media
