@@ -25,21 +25,19 @@ const CMPath NodePath("/playlistParser");
 // The roles of an item of the service "svc" with resources at uris and, unless
 // active is null, an active resource at active.
 QVariant item(const QStringList& uris, const QString& active = QString()) {
-    const auto at = [](const QString& uri) {
-        ZuvoResource resource;
-        resource.setUri(uri);
-        return resource;
-    };
-    ZuvoList<ZuvoResource> resources;
-    for (const QString& uri : uris)
-        resources.append(at(uri));
+    ZuvoList<ZuvoResource> resources; // the active one last
+    for (const QString& uri : uris + QStringList(active)) {
+        resources.append(ZuvoResource());
+        resources.last().setUri(uri);
+    }
+    ZuvoMediaData mediaData;
+    if (!active.isNull())
+        mediaData.setActiveResource(resources.last());
+    resources.removeLast();
+    mediaData.setResources(resources);
     ZuvoMetaData metaData;
     metaData.setServiceID(QStringLiteral("svc"));
-    ZuvoMediaData mediaData;
     mediaData.setMetaData(metaData);
-    mediaData.setResources(resources);
-    if (!active.isNull())
-        mediaData.setActiveResource(at(active));
     ZuvoRoles roles;
     roles.setMediaData(mediaData);
     return roles.__variant();
