@@ -25,21 +25,19 @@ const CMPath NodePath("/playlistParser");
 // The roles of an item of the service "svc" with resources at uris and, unless
 // active is null, an active resource at active.
 QVariant item(const QStringList& uris, const QString& active = QString()) {
-    const auto at = [](const QString& uri) {
-        ZuvoResource resource;
-        resource.setUri(uri);
-        return resource;
-    };
-    ZuvoList<ZuvoResource> resources;
-    for (const QString& uri : uris)
-        resources.append(at(uri));
+    ZuvoList<ZuvoResource> resources; // the active one last
+    for (const QString& uri : uris + QStringList(active)) {
+        resources.append(ZuvoResource());
+        resources.last().setUri(uri);
+    }
+    ZuvoMediaData mediaData;
+    if (!active.isNull())
+        mediaData.setActiveResource(resources.last());
+    resources.removeLast();
+    mediaData.setResources(resources);
     ZuvoMetaData metaData;
     metaData.setServiceID(QStringLiteral("svc"));
-    ZuvoMediaData mediaData;
     mediaData.setMetaData(metaData);
-    mediaData.setResources(resources);
-    if (!active.isNull())
-        mediaData.setActiveResource(at(active));
     ZuvoRoles roles;
     roles.setMediaData(mediaData);
     return roles.__variant();
@@ -82,33 +80,10 @@ protected:
 
 } // namespace
 
-// Whatever the answer (error status, none; read limit and time-out in
-// tst_hostilepeers), fetchDone() comes once with what arrived, Content-Type
-// parameters included; a fetch refused, cancelled or destroyed never reports;
-// a destroyed node fails its running jobs.
-TEST_F(PlayListParseNodeTest, FetchesEndOnceOrNeverAndDestroyedNodeFailsJobs) {
-    const std::tuple<QString, QByteArray, QString> cases[] = {
-        {url("/plain.ini"), "[Reference]\r\nRef1=http://wm.example.com/live\r\n",
-         "video/x-ms-asf; charset=utf-8"},
-        {url("/missing"), "<html>Not Found</html>", "text/html"},
-        {QStringLiteral("http://127.0.0.1:%1/refused").arg(HttpTestServer::unusedPort()), "", ""},
-        {QStringLiteral("ftp://127.0.0.1/x"), "", ""},
-    };
-    for (const auto& [uri, body, contentType] : cases) {
-        SCOPED_TRACE(uri.toStdString());
-        PlayListData data(uri, CMSetDataRequest());
-        int done = 0;
-        QObject::connect(&data, &PlayListData::fetchDone, [&done] { ++done; });
-        ASSERT_TRUE(data.fetch());
-        EXPECT_TRUE(data.isFetching());
-        ASSERT_TRUE(waitUntil([&] { return done > 0; }, WaitMs));
-        zuvotest::drainEvents();
-        EXPECT_EQ(done, 1);
-        EXPECT_FALSE(data.isFetching());
-        EXPECT_EQ(data.data().toStdString(), body.toStdString());
-        EXPECT_EQ(data.contentType(), contentType);
-    }
-
+// A fetch refused, cancelled or destroyed never reports (fetches that end:
+// the requests below and tst_hostilepeers); a destroyed node fails its running
+// jobs.
+TEST_F(PlayListParseNodeTest, FetchesEndNeverAndDestroyedNodeFailsJobs) {
     const QString silent = url("/silent");
     const auto requested = [&](int n) {
         return waitUntil([&] { return server.requestCount(QStringLiteral("/silent")) == n; }, WaitMs);
@@ -119,6 +94,7 @@ TEST_F(PlayListParseNodeTest, FetchesEndOnceOrNeverAndDestroyedNodeFailsJobs) {
     int done = 0;
     QObject::connect(data.get(), &PlayListData::fetchDone, [&done] { ++done; });
     ASSERT_TRUE(data->fetch());
+    EXPECT_TRUE(data->isFetching());
     EXPECT_FALSE(data->fetch());
     ASSERT_TRUE(requested(1));
     EXPECT_TRUE(data->cancelFetch());
@@ -150,7 +126,7 @@ TEST_F(PlayListParseNodeTest, FetchesEndOnceOrNeverAndDestroyedNodeFailsJobs) {
 // A request ends as a list node, numbered per parse, whose rows resolve against
 // the active (else first) resource's URL, see its Content-Type and carry the
 // requesting service; as unknownFormat (more ways in tst_hostilepeers); or,
-// without a URL, at once as emptyUrl.
+// without a URL, at once as emptyUrl. A list node serves its rows by range.
 TEST_F(PlayListParseNodeTest, RequestsBecomeListNodesOrErrors) {
     const QString data = qEnvironmentVariable("ZUVO_TEST_DATA");
     const QString local = QUrl::fromLocalFile(data + QStringLiteral("/party.m3u")).toString();
@@ -167,16 +143,16 @@ TEST_F(PlayListParseNodeTest, RequestsBecomeListNodesOrErrors) {
         {item({url("/a/l.m3u"), url("/b/l.m3u")}, url("/c/l.m3u")), url("/c/sub/x.mp3"), 2},
         {item({url("/a/l.m3u"), url("/b/l.m3u")}, ""), url("/a/sub/x.mp3"), 2},
         {item({url("/asf.ini")}), QStringLiteral("mmsh://wm.example.com/live"), 1},
+        {item({url("/plain.ini")}), QStringLiteral("http://wm.example.com/live"), 1}, // type with parameters
+        {item({QStringLiteral("ftp://127.0.0.1/x")}), unknown},
         {item({url("/missing")}), unknown},
         {item({QStringLiteral("http://127.0.0.1:%1/refused.m3u").arg(HttpTestServer::unusedPort())}),
          unknown},
         {item({local}), unknown},
         {item({local}), QUrl::fromLocalFile(data + QStringLiteral("/music/around the world.mp3")).toString(),
          5, true},
-        {ZuvoRoles().__variant(), QStringLiteral("emptyUrl")},
         {item({}), QStringLiteral("emptyUrl")},
         {item({"", url("/a/l.m3u")}), QStringLiteral("emptyUrl")},
-        {item({}, ""), QStringLiteral("emptyUrl")},
         {QVariant(42), QStringLiteral("emptyUrl")},
     };
     int listNodes = 0;
@@ -210,6 +186,39 @@ TEST_F(PlayListParseNodeTest, RequestsBecomeListNodesOrErrors) {
     EXPECT_EQ(server.requestCount(QStringLiteral("/b/l.m3u")), 0);
     EXPECT_EQ(root.nodes()->allNodes().size(), 1 + listNodes);
 
+    // The first list node's rows (x.mp3, y.mp3) from fromRow to toRow, clamped
+    // to the last row; an index below 0 reads as a row without any key, up to a
+    // bound.
+    const QString outside1024(PlayListListNode::MaxRowsOutsideList, QLatin1Char(','));
+    const std::vector<std::tuple<int, int, QString>> ranges = {{1, 1, "y.mp3"},
+                                                               {1, 99, "y.mp3"},
+                                                               {0, INT_MAX, "x.mp3,y.mp3"},
+                                                               {2, 9, ""},
+                                                               {1, 0, ""},
+                                                               {-2, 0, ",,x.mp3"},
+                                                               {-1024, INT_MAX, outside1024 + "x.mp3,y.mp3"},
+                                                               {-1025, 1, "rowRangeTooLarge"},
+                                                               {INT_MIN, INT_MAX, "rowRangeTooLarge"}};
+    for (const auto& [fromRow, toRow, expected] : ranges) {
+        SCOPED_TRACE(testing::Message() << fromRow << ".." << toRow);
+        CMReply<ZuvoRowsRoles> reply; // parameters do not change the node's path
+        CMRoot()->getRows(CMPath("/playlistParser/0?sort=title"), fromRow, toRow, 0,
+                          {ZuvoRoles::MediaData(), "nope"}, reply);
+        ASSERT_TRUE(reply.isFinished());
+        QStringList got;
+        for (const QVariant& value : reply.value().rows().toList()) {
+            const QVariantList row = value.toList();
+            EXPECT_EQ(row.size(), 2);
+            EXPECT_FALSE(row.value(1).isValid()) << "a missing key reads as an invalid variant";
+            got.append(ZuvoMediaData(row.value(0).toHash()).resources().value(0).uri().section('/', -1));
+        }
+        EXPECT_EQ(reply.hasError() ? reply.error().name() : got.join(','), expected);
+        EXPECT_EQ(reply.value().rowsCount(), reply.hasError() ? 0 : 2);
+    }
+    CMReply<ZuvoRowsRoles> below; // other paths go to CMNode
+    CMRoot()->getRows(CMPath("/playlistParser/0/sub"), 0, 0, 0, {ZuvoRoles::Title()}, below);
+    EXPECT_EQ(below.error().name(), QStringLiteral("NotSupported"));
+
     // A list node goes after its unused interval.
     const CMPath listPath("/playlistParser/0");
     auto* timer =
@@ -218,51 +227,4 @@ TEST_F(PlayListParseNodeTest, RequestsBecomeListNodesOrErrors) {
     EXPECT_EQ(timer->interval(), 10000);
     timer->setInterval(100);
     EXPECT_TRUE(waitUntil([&] { return root.nodes()->node(listPath) == nullptr; }, WaitMs));
-}
-
-// Rows from fromRow to toRow, clamped to the last row; an index below 0 reads
-// as a row without any key, up to a bound.
-TEST(PlayListListNode, GetRowsProtocol) {
-    CMRootScope root;
-    QList<QVariant> rows;
-    for (const char* title : {"zero", "one", "two"}) {
-        ZuvoRoles roles;
-        roles.setTitle(QString::fromLatin1(title));
-        roles.setType(ZuvoRolesType::audio);
-        rows.append(roles.__variant());
-    }
-    (new PlayListListNode(CMPath("/list"), rows))->setNodes(root.nodes()); // owned by the registry
-    const QString outside1024(PlayListListNode::MaxRowsOutsideList, QLatin1Char(','));
-    // fromRow, toRow, and per row its title and type ("" outside the list), or the error.
-    const std::vector<std::tuple<int, int, QString>> cases = {
-        {1, 1, "one3"},
-        {2, 99, "two3"},
-        {0, INT_MAX, "zero3,one3,two3"},
-        {3, 9, ""},
-        {2, 1, ""},
-        {-2, 0, ",,zero3"},
-        {-1024, INT_MAX, outside1024 + "zero3,one3,two3"},
-        {-1025, 2, "rowRangeTooLarge"},
-        {INT_MIN, INT_MAX, "rowRangeTooLarge"}};
-    for (const auto& [fromRow, toRow, expected] : cases) {
-        SCOPED_TRACE(testing::Message() << fromRow << ".." << toRow);
-        CMReply<ZuvoRowsRoles> reply;
-        // Parameters do not change the node's path.
-        CMRoot()->getRows(CMPath("/list?sort=title"), fromRow, toRow, 0,
-                          {ZuvoRoles::Title(), QStringLiteral("nope"), ZuvoRoles::Type()}, reply);
-        ASSERT_TRUE(reply.isFinished());
-        QStringList got;
-        for (const QVariant& value : reply.value().rows().toList()) {
-            const QVariantList row = value.toList();
-            EXPECT_EQ(row.size(), 3);
-            EXPECT_FALSE(row.value(1).isValid()) << "a missing key reads as an invalid variant";
-            got.append(row.value(0).toString() + row.value(2).toString());
-        }
-        EXPECT_EQ(reply.hasError() ? reply.error().name().toStdString() : got.join(',').toStdString(),
-                  expected.toStdString());
-        EXPECT_EQ(reply.value().rowsCount(), reply.hasError() ? 0 : 3);
-    }
-    CMReply<ZuvoRowsRoles> below; // other paths go to CMNode
-    CMRoot()->getRows(CMPath("/list/sub"), 0, 0, 0, {ZuvoRoles::Title()}, below);
-    EXPECT_EQ(below.error().name(), QStringLiteral("NotSupported"));
 }

@@ -1,6 +1,7 @@
 // A minimal host application built against the installed ZuvoPlay package:
 // the simulated streamer and a track-list play logic on the player's path
-// play two short tracks to their end through the client proxy.
+// play a list of one short track twice to its end, started through the client
+// proxy.
 #include <QCoreApplication>
 #include <QTimer>
 #include <cstdio>
@@ -17,33 +18,26 @@ int main(int argc, char** argv) {
     SimulatedStreamer streamer(root.nodes());
     streamer.setSpeed(1000);
     TrackListPlayLogic playLogic(root.nodes(), ZuvoPlayerPath());
-    QList<ZuvoRoles> tracks;
-    for (const char* uri : {"sim://a.mp3?zuvo-duration=8000", "sim://b.mp3?zuvo-duration=8000"}) {
-        ZuvoResource resource;
-        resource.setUri(QString::fromLatin1(uri));
-        ZuvoMediaData mediaData;
-        mediaData.setResources(ZuvoList<ZuvoResource>() << resource);
-        ZuvoRoles roles;
-        roles.setMediaData(mediaData);
-        tracks << roles;
-    }
-    playLogic.setTracks(tracks);
+    ZuvoResource resource;
+    resource.setUri(QStringLiteral("sim://a.mp3?zuvo-duration=8000"));
+    ZuvoMediaData mediaData;
+    mediaData.setResources(ZuvoList<ZuvoResource>() << resource);
+    ZuvoRoles track;
+    track.setMediaData(mediaData);
+    playLogic.setTracks({track, track});
 
     int plays = 0;
     QObject::connect(&streamer, &SimulatedStreamer::commandReceived, &app, [&plays](const QString& command) {
         plays += command == QLatin1String("play") || command == QLatin1String("setNextMedia");
     });
-    PlayLogicInterface* client = PlayLogicInterface::playerInstance();
     bool started = false;
-    QTimer poll;
-    QObject::connect(&poll, &QTimer::timeout, &app, [&] {
-        const ZuvoPlayLogicState::Enum state = client->data().state();
-        started = started || state == ZuvoPlayLogicState::playing;
-        if (started && state == ZuvoPlayLogicState::stopped)
-            QCoreApplication::quit();
-    });
-    poll.start(10);
-    client->playContainer(ZuvoRoles(), ZuvoRoles(), 0, 0);
+    QObject::connect(&playLogic, &PlayLogicBase::playbackDataChanged, &app,
+                     [&](const ZuvoPlayLogicData& data) {
+                         started = started || data.state() == ZuvoPlayLogicState::playing;
+                         if (started && data.state() == ZuvoPlayLogicState::stopped)
+                             QCoreApplication::quit();
+                     });
+    PlayLogicInterface::playerInstance()->playContainer(ZuvoRoles(), ZuvoRoles(), 0, 0);
     QTimer::singleShot(20000, &app, [] { QCoreApplication::exit(1); });
     const int rc = app.exec();
     std::printf("libzuvo_api_play %s: %d tracks sent\n", qPrintable(zuvoPlayVersion()), plays);
