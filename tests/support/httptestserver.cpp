@@ -8,7 +8,7 @@ namespace zuvotest {
 
 namespace {
 
-// Body written ahead of the client at most, so that a large or endless answer
+// Written ahead of the client at most, so that a large or endless answer
 // never piles up in memory nor holds up the event loop.
 constexpr qint64 WriteAheadBytes = 256 * 1024;
 constexpr qint64 PieceBytes = 64 * 1024;
@@ -92,7 +92,7 @@ private:
         m_bodyTotal =
             m_route.behaviour == B::Endless ? std::numeric_limits<qint64>::max() : m_route.body.size();
         m_bodySent = 0;
-        QByteArray head = "HTTP/1.1 " + QByteArray::number(m_route.status) + " Scripted\r\n";
+        QByteArray& head = m_head = "HTTP/1.1 " + QByteArray::number(m_route.status) + " Scripted\r\n";
         bool hasLength = false;
         for (const auto& [name, value] : qAsConst(m_route.headers)) {
             head += name + ": " + value + "\r\n";
@@ -106,21 +106,25 @@ private:
             head += "Transfer-Encoding: chunked\r\n";
         if (m_route.framing == F::CloseDelimited)
             head += "Connection: close\r\n";
-        m_socket->write(head + "\r\n");
+        head += "\r\n";
+        m_headSent = 0;
         pump();
     }
 
-    // Writes the body while the client keeps up, a trickled body one piece
-    // per interval; ends the answer when all is out.
+    // Writes the head, then the body, while the client keeps up, a trickled
+    // body one piece per interval; ends the answer when all is out.
     void pump() {
+        for (; m_headSent < m_head.size() && m_socket->bytesToWrite() < WriteAheadBytes;
+             m_headSent += PieceBytes)
+            m_socket->write(m_head.mid(m_headSent, PieceBytes));
         const qint64 piece = m_route.trickleBytes > 0 ? m_route.trickleBytes : PieceBytes;
-        while (m_state == State::Sending && m_bodySent < m_bodyTotal &&
+        while (m_state == State::Sending && m_headSent >= m_head.size() && m_bodySent < m_bodyTotal &&
                m_socket->bytesToWrite() < WriteAheadBytes) {
             sendBody(qMin(piece, m_bodyTotal - m_bodySent));
             if (m_route.trickleBytes > 0 && m_bodySent < m_bodyTotal)
                 return QTimer::singleShot(m_route.trickleIntervalMs, this, &HttpTestConnection::pump);
         }
-        if (m_state == State::Sending && m_bodySent >= m_bodyTotal)
+        if (m_state == State::Sending && m_headSent >= m_head.size() && m_bodySent >= m_bodyTotal)
             endResponse();
     }
 
@@ -162,6 +166,8 @@ private:
     QByteArray m_input;
     QString m_path;
     HttpTestRoute m_route;
+    QByteArray m_head;
+    int m_headSent = 0;
     qint64 m_bodyTotal = 0;
     qint64 m_bodySent = 0;
 };
