@@ -9,7 +9,6 @@
 #include <QTimer>
 #include <algorithm>
 #include <ctime>
-#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <utility>
@@ -39,7 +38,29 @@ ZuvoRoles itemAt(const QString& url) {
 
 class HostilePeersTest : public ::testing::Test {
 protected:
-    void SetUp() override { (new PlayListParseNode(NodePath))->setNodes(root.nodes()); } // registry-owned
+    // Entry lines of 600 bytes: 10000 of them (the row limit) would pass the
+    // read limit, so the rows of a cut document show where it was cut. The
+    // body holds exactly Limit bytes: the whole lines that fit, then the start
+    // of one more line, which still counts as an entry.
+    void SetUp() override {
+        (new PlayListParseNode(NodePath))->setNodes(root.nodes()); // registry-owned
+        QByteArray document = "#EXTM3U\n";
+        while (document.size() < 2 * Limit)
+            document += line;
+        ASSERT_GT(cutLength, 0);
+        ASSERT_LT(HttpTestServer::deflate(document).size(), Limit / 50) << "a small download that inflates";
+        HttpTestRoute chunked(HttpTestRoute::Behaviour::Answer, 200, document); // no length announced
+        chunked.framing = HttpTestRoute::Framing::Chunked;
+        server.setRoute(QStringLiteral("/oversize"), chunked);
+        server.setDeflate(QStringLiteral("/deflateBomb"), document);
+        server.setHeaderFlood(QStringLiteral("/flood"), 100000);
+        server.setEndless(QStringLiteral("/endless"));
+        server.setTrickle(QStringLiteral("/trickle"), "#EXTM3U\nx.mp3\n", 1, 1000);
+        server.setNeverAnswer(QStringLiteral("/silent"));
+        server.setRaw(QStringLiteral("/hangUp"), {});
+        server.setRedirect(QStringLiteral("/loop"), QStringLiteral("/loop"));
+        server.setResponse(QStringLiteral("/missing"), 404, "#EXTM3U\nno.mp3\n");
+    }
 
     // Completions of a reply and, read at once as a client does (a list node
     // goes after 10 s unused), the row count and the URIs of the first and the
@@ -77,6 +98,8 @@ protected:
         return waitUntil([&] { return server.openConnections() == 0; }, WaitMs);
     }
 
+    const QByteArray line = "track-" + QByteArray(589, 'x') + ".mp3\n";
+    const int wholeLines = int((Limit - 8) / line.size()), cutLength = int((Limit - 8) % line.size());
     CMRootScope root;
     HttpTestServer server;
     QObject watcher;
@@ -115,12 +138,8 @@ struct StallProbe {
 };
 
 TEST_F(HostilePeersTest, PlaylistDownloadsNeverStallTheEventLoopNorStartThreads) {
-    server.setHeaderFlood(QStringLiteral("/flood"), 100000);
-    server.setEndless(QStringLiteral("/endless"));
-    server.setDeflate(QStringLiteral("/deflateBomb"), QByteArray(int(4 * Limit), 'x'));
-    server.setResponse(QStringLiteral("/good"), 200, "#EXTM3U\n" + QByteArray(20000, 'e'));
     const std::pair<const char*, int> peers[] = {
-        {"/flood", 1}, {"/endless", 1}, {"/deflateBomb", 1}, {"/good", 100}};
+        {"/flood", 1}, {"/endless", 1}, {"/deflateBomb", 1}, {"/missing", 100}};
     for (const auto& [path, fetches] : peers) {
         SCOPED_TRACE(path);
         const int threadsBefore = StallProbe::threadCount();
@@ -145,53 +164,21 @@ TEST_F(HostilePeersTest, PlaylistDownloadsNeverStallTheEventLoopNorStartThreads)
 }
 
 TEST_F(HostilePeersTest, HundredConcurrentFetchesAmongHostilePeersEachEndOnce) {
-    // Entry lines of 600 bytes: 10000 of them (the row limit) would pass the
-    // read limit, so the rows of a cut document show where it was cut. The
-    // body holds exactly Limit bytes: the whole lines that fit, then the start
-    // of one more line, which still counts as an entry.
-    const QByteArray head = "#EXTM3U\n";
-    const QByteArray line = "track-" + QByteArray(589, 'x') + ".mp3\n";
-    QByteArray document = head;
-    while (document.size() < 2 * Limit)
-        document += line;
-    const int wholeLines = int((Limit - head.size()) / line.size());
-    const int cutLength = int((Limit - head.size()) % line.size());
-    ASSERT_GT(cutLength, 0);
-    ASSERT_LT(HttpTestServer::deflate(document).size(), Limit / 50) << "a small download that inflates";
-    HttpTestRoute chunked; // no length announced up front
-    chunked.body = document;
-    chunked.framing = HttpTestRoute::Framing::Chunked;
-
     const struct Kind {
-        const char* name;
+        const char* path; // "/good": a playlist of its own for each request
         int count;
-        std::function<void(const QString& path, int i)> setUp;
-        int rows;      // of the list it names; 0: the request fails as unknownFormat
+        int rows;      // of the list it names (a 404 too); 0: the request fails as unknownFormat
         bool endsLate; // only the fetch time-out ends it (shortened here)
-    } kinds[] = {
-        {"good", 46,
-         [&](const QString& path, int i) {
-             QByteArray body = "#EXTM3U\n";
-             for (int n = 0; n <= i % 5; ++n)
-                 body += "entry" + QByteArray::number(i) + "-" + QByteArray::number(n) + ".mp3\n";
-             server.setResponse(path, 200, body);
-         },
-         -1, false},
-        {"trickle", 8,
-         [&](const QString& path, int) { server.setTrickle(path, "#EXTM3U\nx.mp3\n", 1, 1000); }, 0, true},
-        {"silent", 8, [&](const QString& path, int) { server.setNeverAnswer(path); }, 0, true},
-        {"hang-up", 8, [&](const QString& path, int) { server.setRaw(path, {}); }, 0, false},
-        {"redirect loop", 8, [&](const QString& path, int) { server.setRedirect(path, path); }, 0, false},
-        {"endless", 4, [&](const QString& path, int) { server.setEndless(path); }, 0, false},
-        {"header flood", 4, [&](const QString& path, int) { server.setHeaderFlood(path, 100000); }, 0, false},
-        // A 404 still carries a playlist body, and the status is not examined.
-        {"missing", 8, [&](const QString& path, int) { server.setResponse(path, 404, "#EXTM3U\nno.mp3\n"); },
-         1, false},
-        {"oversize", 2, [&](const QString& path, int) { server.setRoute(path, chunked); }, wholeLines + 1,
-         false},
-        {"deflate bomb", 4, [&](const QString& path, int) { server.setDeflate(path, document); },
-         wholeLines + 1, false},
-    };
+    } kinds[] = {{"/good", 46, -1, false},
+                 {"/trickle", 8, 0, true},
+                 {"/silent", 8, 0, true},
+                 {"/hangUp", 8, 0, false},
+                 {"/loop", 8, 0, false},
+                 {"/endless", 4, 0, false},
+                 {"/flood", 4, 0, false},
+                 {"/oversize", 2, wholeLines + 1, false},
+                 {"/deflateBomb", 4, wholeLines + 1, false},
+                 {"/missing", 8, 1, false}};
     struct Sent {
         const Kind* kind;
         int i;
@@ -201,8 +188,13 @@ TEST_F(HostilePeersTest, HundredConcurrentFetchesAmongHostilePeersEachEndOnce) {
     int index = 0;
     for (const Kind& kind : kinds) {
         for (int n = 0; n < kind.count; ++n, ++index) {
-            const QString path = QStringLiteral("/peer%1").arg(index);
-            kind.setUp(path, index);
+            QString path = QLatin1String(kind.path);
+            if (kind.rows < 0) {
+                QByteArray body = "#EXTM3U\n";
+                for (int entry = 0; entry <= index % 5; ++entry)
+                    body += "entry" + QByteArray::number(index) + "-" + QByteArray::number(entry) + ".mp3\n";
+                server.setResponse(path += QString::number(index), 200, body);
+            }
             // The others end by themselves, however slowly this machine runs.
             PlayListData::setFetchTimeoutForTesting(kind.endsLate ? 2000 : 0);
             sent.push_back({&kind, index, request(server.url(path))});
@@ -220,7 +212,7 @@ TEST_F(HostilePeersTest, HundredConcurrentFetchesAmongHostilePeersEachEndOnce) {
     const QString base = server.url(QStringLiteral("/"));
     QSet<QString> listPaths;
     for (const Sent& s : sent) {
-        SCOPED_TRACE(std::string(s.kind->name) + " " + std::to_string(s.i));
+        SCOPED_TRACE(std::string(s.kind->path) + " " + std::to_string(s.i));
         EXPECT_EQ(seen[s.reply].completions, 1);
         if (s.kind->rows == 0) {
             EXPECT_EQ(s.reply.error().name(), QStringLiteral("unknownFormat"));
