@@ -59,20 +59,11 @@ private:
             const int headEnd = m_input.indexOf("\r\n\r\n");
             if (headEnd < 0)
                 return;
-            const QList<QByteArray> lines = m_input.left(headEnd).split('\n');
-            QHash<QByteArray, QByteArray> headers;
-            for (const QByteArray& line : lines.mid(1)) {
-                const int colon = line.indexOf(':');
-                if (colon > 0)
-                    headers.insert(line.left(colon).trimmed().toLower(), line.mid(colon + 1).trimmed());
-            }
-            const qint64 length = headEnd + 4 + headers.value("content-length").toLongLong();
-            if (m_input.size() < length)
-                return;
-            m_input.remove(0, int(length));
-            m_path = QString::fromLatin1(lines.value(0).trimmed().split(' ').value(1).split('?').value(0));
+            const QByteArray head = m_input.left(headEnd + 2);
+            m_input.remove(0, headEnd + 4);
+            m_path = QString::fromLatin1(head.split(' ').value(1).split('?').value(0));
             ++m_server->m_requestCounts[m_path];
-            m_server->m_lastRequestHeaders.insert(m_path, headers);
+            m_server->m_lastRequestHeads.insert(m_path, head);
             m_route = m_server->m_routes.value(
                 m_path, HttpTestRoute(HttpTestRoute::Behaviour::Answer, 404, "no route"));
             respond();

@@ -45,7 +45,7 @@ struct HttpTestRoute {
 // the creating thread and serves from its event loop (zuvotest::waitUntil);
 // the destructor drops every connection. Connections are kept alive between
 // requests. Routes are looked up by path without the query; an unknown path
-// is answered 404. A request counts once its header and body are read.
+// is answered 404. A request (a head, no body) counts once its head is read.
 class HttpTestServer : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY(HttpTestServer)
@@ -98,10 +98,8 @@ public:
     }
 
     int requestCount(const QString& path) const { return m_requestCounts.value(path); }
-    // A field (any case) of the last request to path.
-    QByteArray lastRequestHeader(const QString& path, const QByteArray& name) const {
-        return m_lastRequestHeaders.value(path).value(name.toLower());
-    }
+    // The request line and header fields of the last request to path, each line ending in CRLF.
+    QByteArray lastRequestHead(const QString& path) const { return m_lastRequestHeads.value(path); }
     // Open connections, closing ones included until they are gone.
     int openConnections() const { return m_openConnections; }
 
@@ -117,7 +115,7 @@ private:
     QTcpServer m_listener;
     QHash<QString, HttpTestRoute> m_routes;
     QHash<QString, int> m_requestCounts;
-    QHash<QString, QHash<QByteArray, QByteArray>> m_lastRequestHeaders;
+    QHash<QString, QByteArray> m_lastRequestHeads;
     int m_openConnections = 0;
 };
 

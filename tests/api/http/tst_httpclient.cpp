@@ -60,7 +60,7 @@ private:
     bool m_insideGet = false;
 };
 
-TEST_F(HttpClientTest, AnswersDeliverCodeBodyAndHeadersOverHttp11AndHttp2) {
+TEST_F(HttpClientTest, AnswersDeliverCodeBodyAndHeadersAndRedirectsAreFollowedWithinTheLimit) {
     HttpClientOptions sending; // the second field replaces the first (any case); bad ones are refused
     const std::vector<bool> accepted = {
         sending.setRequestHeader("X-Player", "zuvo"), sending.setRequestHeader("x-player", "zuvo 2"),
@@ -83,28 +83,26 @@ TEST_F(HttpClientTest, AnswersDeliverCodeBodyAndHeadersOverHttp11AndHttp2) {
             SCOPED_TRACE(std::string(c.path) + (version == HttpClient::Http2 ? " h2" : ""));
             server.setResponse(QLatin1String(c.path), c.code, c.body, {{"X-Custom", "Value 1"}});
             const HttpClientResult r = fetch(url(c.path), sending);
-            const auto sent = [&](const char* name) { return server.lastRequestHeader(c.path, name); };
+            const QByteArray sent = server.lastRequestHead(c.path).toLower();
             EXPECT_EQ(std::make_tuple(r.status(), r.httpCode(), r.body(), r.errorString().isEmpty(),
                                       r.headers().value(QStringLiteral("X-CUSTOM")),
-                                      sent("X-Player") + sent("Injected")),
+                                      sent.contains("\nx-player: zuvo 2\r") && !sent.contains("injected")),
                       std::make_tuple(c.status, c.code, c.body, c.status == Status::ok,
-                                      QStringLiteral("Value 1"), QByteArray("zuvo 2")));
+                                      QStringLiteral("Value 1"), true));
             EXPECT_TRUE(r.url() == ZuvoUrl(url(c.path)) && r.finalUrl().toQUrl() == QUrl(url(c.path)));
         }
     }
 
     server.setRaw(QStringLiteral("/fields"),
                   "HTTP/1.1 200 OK\r\nX-A: 1\r\nx-a: 2\r\nX-B: b\r\n  more\r\nContent-Length: 2\r\n\r\nok");
-    const HttpClientResult joined = fetch(url("/fields"));
-    EXPECT_EQ(joined.headers().names(),
-              QStringList({QStringLiteral("X-A"), QStringLiteral("X-B"), QStringLiteral("Content-Length")}));
-    EXPECT_EQ(joined.headers().value(QStringLiteral("x-a")), QStringLiteral("1, 2"));
-    EXPECT_EQ(joined.headers().value(QStringLiteral("x-b")), QStringLiteral("b more"));
-}
+    const auto joined = fetch(url("/fields")).headers();
+    EXPECT_EQ(std::make_tuple(joined.names().join(' '), joined.value(QStringLiteral("x-a")),
+                              joined.value(QStringLiteral("x-b"))),
+              std::make_tuple(QStringLiteral("X-A X-B Content-Length"), QStringLiteral("1, 2"),
+                              QStringLiteral("b more")));
 
-TEST_F(HttpClientTest, RedirectsFollowedWithinTheLimit) {
-    // Absolute, absolute-path and relative Locations; the first hop's body is
-    // above the read limit and must not count against the final body.
+    // Redirects by absolute, absolute-path and relative Locations; the first
+    // hop's body is above the read limit and must not count against the final body.
     HttpTestRoute first(HttpTestRoute::Behaviour::Answer, 301, QByteArray(4000, 'x'),
                         {{"Location", url("/r2").toUtf8()}});
     server.setRoute(QStringLiteral("/r1"), first);
@@ -149,10 +147,9 @@ TEST_F(HttpClientTest, EachFetchEndsWithItsStatusCodeAndBodyWithinItsLimits) {
     server.setRaw(QStringLiteral("/hangup"), {});
     server.setRaw(QStringLiteral("/notHttp"), "garbage\r\n\r\n");
     server.setRaw(QStringLiteral("/badField"), "HTTP/1.1 200 OK\r\nno colon\r\nContent-Length: 2\r\n\r\nxx");
-    // About 45 bytes a field: 2,000 fields pass the default 64 KiB, 100,000
-    // (4.5 MB) pass it seventy-fold and must end at the cap, not after all.
-    for (const int fields : {200, 2000, 100000})
-        server.setHeaderFlood(QStringLiteral("/flood%1").arg(fields), fields);
+    // About 45 bytes a field: 2,000 fields pass the default 64 KiB (100,000 of
+    // them end at the cap, not after all: tst_hostilepeers).
+    server.setHeaderFlood(QStringLiteral("/flood"), 2000);
 
     constexpr int limit = 1000;
     const QByteArray plain = HttpTestServer::pattern(3 * 1024 * 1024); // compresses far below the limit
@@ -204,10 +201,8 @@ TEST_F(HttpClientTest, EachFetchEndsWithItsStatusCodeAndBodyWithinItsLimits) {
         {fileUrl, S::ok, 0, local},
         {fileUrl, S::sizeLimitExceeded, 0, local.left(5), 5},
         {noFile, S::networkError, 0, {}},
-        {url("/flood200"), S::ok, 200, "flood"},
-        {url("/flood2000"), S::headerSizeExceeded, 200, {}},
-        {url("/flood2000"), S::ok, 200, "flood", limit, 10000, true, false, 1024 * 1024},
-        {url("/flood100000"), S::headerSizeExceeded, 200, {}},
+        {url("/flood"), S::headerSizeExceeded, 200, {}},
+        {url("/flood"), S::ok, 200, "flood", limit, 10000, true, false, 1024 * 1024},
         {url("/big"), S::sizeLimitExceeded, 200, plain.left(limit)},
         {url("/exact"), S::ok, 200, plain.left(limit)},
         {url("/missingBig"), S::sizeLimitExceeded, 404, plain.left(limit)},
@@ -235,12 +230,11 @@ TEST_F(HttpClientTest, EachFetchEndsWithItsStatusCodeAndBodyWithinItsLimits) {
         clock.start();
         const HttpClientResult result = fetch(c.url, limited);
         EXPECT_LT(clock.elapsed(), 8000) << "a hang guard, not a performance figure";
-        EXPECT_EQ(result.status(), c.status);
+        EXPECT_EQ(std::make_tuple(result.status(), result.httpCode(), result.errorString().isEmpty()),
+                  std::make_tuple(c.status, c.code, c.status == Status::ok));
         EXPECT_EQ(result.url().toString(), c.url);
-        EXPECT_EQ(result.httpCode(), c.code);
         EXPECT_TRUE(c.partial ? result.body().size() < c.body.size() && c.body.startsWith(result.body())
                               : result.body() == c.body);
-        EXPECT_EQ(result.errorString().isEmpty(), c.status == Status::ok);
         // A transfer ended early closes its connection, else an endless body
         // would go on.
         const bool early =
