@@ -75,7 +75,8 @@ protected:
             ++seen[r].completions;
             CMReply<ZuvoRowsRoles> rows;
             if (!r.hasError())
-                CMRoot()->getRows(CMPath::fromEncoded(r.value().toString()), 0, 0, 0, {}, rows);
+                CMRoot()->getRows(CMPath::fromEncoded(r.value().toString()), 0, 0, 0,
+                                  {ZuvoRoles::MediaData()}, rows);
             EXPECT_EQ(rows.isFinished() && !rows.hasError(), !r.hasError()) << rows.error();
             seen[r].rows = rows.value().rowsCount();
         });
