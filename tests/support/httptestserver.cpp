@@ -2,23 +2,16 @@
 
 #include <QTcpSocket>
 #include <QTimer>
+#include <limits>
 
 namespace zuvotest {
 
 namespace {
 
-constexpr int MaxRequestHeadBytes = 64 * 1024;
 // Written ahead of the client at most, so that a large or endless answer
 // never piles up in memory nor holds up the event loop.
 constexpr qint64 WriteAheadBytes = 256 * 1024;
 constexpr qint64 PieceBytes = 64 * 1024;
-
-QByteArray patternAt(qint64 offset, qint64 size) {
-    QByteArray out(int(size), Qt::Uninitialized);
-    for (int i = 0; i < out.size(); ++i)
-        out[i] = char('a' + (offset + i) % 26);
-    return out;
-}
 
 } // namespace
 
@@ -35,9 +28,7 @@ public:
         , m_socket(socket) {
         socket->setParent(this);
         connect(socket, &QTcpSocket::readyRead, this, [this] {
-            const QByteArray input = m_socket->readAll();
-            if (m_input.size() <= MaxRequestHeadBytes) // a busy connection keeps it for later
-                m_input += input;
+            m_input += m_socket->readAll();
             if (m_state == State::Reading)
                 processInput();
         });
@@ -66,26 +57,13 @@ private:
     void processInput() {
         while (m_state == State::Reading) {
             const int headEnd = m_input.indexOf("\r\n\r\n");
-            if (headEnd < 0) {
-                if (m_input.size() > MaxRequestHeadBytes)
-                    close();
+            if (headEnd < 0)
                 return;
-            }
-            const QList<QByteArray> lines = m_input.left(headEnd).split('\n');
-            QHash<QByteArray, QByteArray> headers;
-            for (const QByteArray& line : lines.mid(1)) {
-                const int colon = line.indexOf(':');
-                if (colon > 0)
-                    headers.insert(line.left(colon).trimmed().toLower(), line.mid(colon + 1).trimmed());
-            }
-            const qint64 length = headEnd + 4 + headers.value("content-length").toLongLong();
-            if (m_input.size() < length)
-                return;
-            m_input.remove(0, int(length));
-            m_path = QString::fromLatin1(lines.value(0).trimmed().split(' ').value(1).split('?').value(0));
-            m_closeAfter = headers.value("connection").toLower() == "close";
+            const QByteArray head = m_input.left(headEnd + 2);
+            m_input.remove(0, headEnd + 4);
+            m_path = QString::fromLatin1(head.split(' ').value(1).split('?').value(0));
             ++m_server->m_requestCounts[m_path];
-            m_server->m_lastRequestHeaders.insert(m_path, headers);
+            m_server->m_lastRequestHeads.insert(m_path, head);
             m_route = m_server->m_routes.value(
                 m_path, HttpTestRoute(HttpTestRoute::Behaviour::Answer, 404, "no route"));
             respond();
@@ -102,7 +80,8 @@ private:
         }
         if (m_state != State::Sending)
             return;
-        m_bodyTotal = m_route.behaviour == B::Endless ? m_route.endlessLimit : m_route.body.size();
+        m_bodyTotal =
+            m_route.behaviour == B::Endless ? std::numeric_limits<qint64>::max() : m_route.body.size();
         m_bodySent = 0;
         QByteArray& head = m_head = "HTTP/1.1 " + QByteArray::number(m_route.status) + " Scripted\r\n";
         bool hasLength = false;
@@ -116,7 +95,7 @@ private:
             head += "Content-Length: " + QByteArray::number(announced) + "\r\n";
         if (m_route.framing == F::Chunked)
             head += "Transfer-Encoding: chunked\r\n";
-        if (m_route.framing == F::CloseDelimited || m_closeAfter)
+        if (m_route.framing == F::CloseDelimited)
             head += "Connection: close\r\n";
         head += "\r\n";
         m_headSent = 0;
@@ -142,14 +121,13 @@ private:
 
     void sendBody(qint64 size) {
         const QByteArray piece = m_route.behaviour == HttpTestRoute::Behaviour::Endless
-                                     ? patternAt(m_bodySent, size)
+                                     ? HttpTestServer::pattern(size, m_bodySent)
                                      : m_route.body.mid(int(m_bodySent), int(size));
         if (m_route.framing == HttpTestRoute::Framing::Chunked)
             m_socket->write(QByteArray::number(piece.size(), 16) + "\r\n" + piece + "\r\n");
         else
             m_socket->write(piece);
         m_bodySent += piece.size();
-        m_server->m_bodyBytesSent[m_path] += piece.size();
     }
 
     void endResponse() {
@@ -157,7 +135,7 @@ private:
         if (m_route.framing == F::Chunked)
             m_socket->write("0\r\n\r\n");
         const bool cutShort = m_route.framing == F::ContentLength && m_route.declaredLength > m_bodySent;
-        if (m_route.framing == F::CloseDelimited || m_closeAfter || (cutShort && m_route.closeWhenShort)) {
+        if (m_route.framing == F::CloseDelimited || (cutShort && m_route.closeWhenShort)) {
             close();
         } else if (cutShort) {
             m_state = State::Silent; // the client waits for bytes that never come
@@ -183,7 +161,6 @@ private:
     int m_headSent = 0;
     qint64 m_bodyTotal = 0;
     qint64 m_bodySent = 0;
-    bool m_closeAfter = false;
 };
 
 HttpTestServer::HttpTestServer(QObject* parent)
@@ -205,14 +182,7 @@ HttpTestServer::~HttpTestServer() {
 }
 
 QString HttpTestServer::url(const QString& path) const {
-    return QStringLiteral("http://127.0.0.1:%1%2").arg(port()).arg(path);
-}
-
-void HttpTestServer::setHeaderFlood(const QString& path, int count, int valueBytes, const QByteArray& body) {
-    HttpTestRoute route(Behaviour::Answer, 200, body);
-    for (int i = 0; i < count; ++i)
-        route.rawHeaders += "X-Flood-" + QByteArray::number(i) + ": " + QByteArray(valueBytes, 'v') + "\r\n";
-    setRoute(path, route);
+    return QStringLiteral("http://127.0.0.1:%1%2").arg(m_listener.serverPort()).arg(path);
 }
 
 quint16 HttpTestServer::unusedPort() {
@@ -221,8 +191,11 @@ quint16 HttpTestServer::unusedPort() {
     return probe.serverPort(); // released when probe goes
 }
 
-QByteArray HttpTestServer::pattern(qint64 size) {
-    return patternAt(0, size);
+QByteArray HttpTestServer::pattern(qint64 size, qint64 offset) {
+    QByteArray out(int(size), Qt::Uninitialized);
+    for (int i = 0; i < out.size(); ++i)
+        out[i] = char('a' + (offset + i) % 26);
+    return out;
 }
 
 } // namespace zuvotest

@@ -1,11 +1,6 @@
 #pragma once
 
-#include <QByteArray>
 #include <QHash>
-#include <QList>
-#include <QObject>
-#include <QPair>
-#include <QString>
 #include <QTcpServer>
 
 namespace zuvotest {
@@ -16,11 +11,11 @@ struct HttpTestRoute {
     enum class Behaviour {
         Answer,      // status line, headers and body as scripted
         NeverAnswer, // read the request, then stay silent
-        Endless,     // pattern() bytes until the client closes or endlessLimit
+        Endless,     // pattern() bytes until the client closes
         Raw          // send body as it is (none: no answer at all), then close
     };
     enum class Framing {
-        ContentLength, // declaredLength, or the real size (Endless: endlessLimit)
+        ContentLength, // declaredLength, or the real size
         Chunked,
         CloseDelimited // the server closes the connection after the body
     };
@@ -40,7 +35,6 @@ struct HttpTestRoute {
     int trickleBytes = 0;      // > 0: send the body this many bytes ...
     int trickleIntervalMs = 0; // ... per interval
     Framing framing = Framing::ContentLength;
-    qint64 endlessLimit = 64 * 1024 * 1024;
     // Announced instead of the real length; when larger, the server sends the
     // body it has, then stays silent, or closes with closeWhenShort.
     qint64 declaredLength = -1;
@@ -51,7 +45,7 @@ struct HttpTestRoute {
 // the creating thread and serves from its event loop (zuvotest::waitUntil);
 // the destructor drops every connection. Connections are kept alive between
 // requests. Routes are looked up by path without the query; an unknown path
-// is answered 404. A request counts once its header and body are read.
+// is answered 404. A request (a head, no body) counts once its head is read.
 class HttpTestServer : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY(HttpTestServer)
@@ -64,7 +58,6 @@ public:
     explicit HttpTestServer(QObject* parent = nullptr);
     ~HttpTestServer() override;
 
-    quint16 port() const { return m_listener.serverPort(); }
     QString url(const QString& path) const; // "http://127.0.0.1:<port>" + path
 
     void setRoute(const QString& path, const HttpTestRoute& route) { m_routes.insert(path, route); }
@@ -75,8 +68,7 @@ public:
         setResponse(path, status, QByteArray(), {{"Location", location.toUtf8()}});
     }
     void setNeverAnswer(const QString& path) { setRoute(path, HttpTestRoute(Behaviour::NeverAnswer)); }
-    void setCloseWithoutAnswer(const QString& path) { setRoute(path, HttpTestRoute(Behaviour::Raw)); }
-    // Sends answer as it is, then closes.
+    // Sends answer as it is (none: closes without an answer), then closes.
     void setRaw(const QString& path, const QByteArray& answer) {
         setRoute(path, HttpTestRoute(Behaviour::Raw, 0, answer));
     }
@@ -91,32 +83,30 @@ public:
         route.trickleIntervalMs = intervalMs;
         setRoute(path, route);
     }
-    // pattern() bytes until the client closes or upperLimit bytes are out.
-    void setEndless(const QString& path, Framing framing = Framing::Chunked,
-                    qint64 upperLimit = 64 * 1024 * 1024) {
+    // pattern() bytes until the client closes.
+    void setEndless(const QString& path, Framing framing = Framing::Chunked) {
         HttpTestRoute route(Behaviour::Endless);
         route.framing = framing;
-        route.endlessLimit = upperLimit;
         setRoute(path, route);
     }
-    // A 200 answer with `count` extra fields of valueBytes each before body.
-    void setHeaderFlood(const QString& path, int count, int valueBytes = 32,
-                        const QByteArray& body = "flood");
+    // A 200 answer "flood" after `count` extra fields of 32 bytes each.
+    void setHeaderFlood(const QString& path, int count) {
+        HttpTestRoute route(Behaviour::Answer, 200, "flood");
+        for (int i = 0; i < count; ++i)
+            route.rawHeaders += "X-Flood-" + QByteArray::number(i) + ": " + QByteArray(32, 'v') + "\r\n";
+        setRoute(path, route);
+    }
 
     int requestCount(const QString& path) const { return m_requestCounts.value(path); }
-    // A field (any case) of the last request to path.
-    QByteArray lastRequestHeader(const QString& path, const QByteArray& name) const {
-        return m_lastRequestHeaders.value(path).value(name.toLower());
-    }
+    // The request line and header fields of the last request to path, each line ending in CRLF.
+    QByteArray lastRequestHead(const QString& path) const { return m_lastRequestHeads.value(path); }
     // Open connections, closing ones included until they are gone.
     int openConnections() const { return m_openConnections; }
-    // Body bytes written for path, over all requests.
-    qint64 bodyBytesSent(const QString& path) const { return m_bodyBytesSent.value(path); }
 
     // A loopback port nobody listens on.
     static quint16 unusedPort();
-    // pattern(n) is the first n bytes of every endless body.
-    static QByteArray pattern(qint64 size);
+    // Bytes offset.. offset + size of every endless body.
+    static QByteArray pattern(qint64 size, qint64 offset = 0);
     static QByteArray deflate(const QByteArray& data) { return qCompress(data).mid(4); } // a zlib stream
 
 private:
@@ -125,8 +115,7 @@ private:
     QTcpServer m_listener;
     QHash<QString, HttpTestRoute> m_routes;
     QHash<QString, int> m_requestCounts;
-    QHash<QString, QHash<QByteArray, QByteArray>> m_lastRequestHeaders;
-    QHash<QString, qint64> m_bodyBytesSent;
+    QHash<QString, QByteArray> m_lastRequestHeads;
     int m_openConnections = 0;
 };
 
