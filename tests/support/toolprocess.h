@@ -6,8 +6,7 @@
 namespace zuvotest {
 
 // Starts program (a tool built with the tests) with args in process, through
-// the emulator named by ZUVO_TEST_EMULATOR (a command line; a cross build's
-// CTest sets it) when there is one.
+// the emulator command line in ZUVO_TEST_EMULATOR (set by a cross build) if any.
 inline void startTool(QProcess& process, const QString& program, const QStringList& args) {
     QStringList command =
         qEnvironmentVariable("ZUVO_TEST_EMULATOR").split(QLatin1Char(' '), Qt::SkipEmptyParts);

@@ -10,9 +10,8 @@
 #include "support/eventloop.h"
 #include "support/toolprocess.h"
 
-// zuvo-play run as a process with --json on the simulated streamer: its
-// stdout lines are read as they come and the test reacts to them (commands
-// on stdin); nothing waits for a fixed time.
+// zuvo-play run as a process with --json on the simulated streamer: the test
+// reacts to its stdout lines as they come (commands on stdin), never sleeps.
 
 namespace {
 
@@ -116,8 +115,7 @@ TEST(ZuvoPlay, CommandsFromStdinSteerAFolderOfAudioFiles) {
     EXPECT_EQ(play.all(command("pause")).size(), 1);
     EXPECT_EQ(play.all(command("resume")).size(), 1);
 
-    // Absolute, then relative seeks (from the play time the play logic has
-    // seen), clamped by the play logic.
+    // Absolute, then relative seeks (from the play time seen), clamped.
     const auto seek = [&](const char* line) {
         play.send(line);
         if ((at = play.waitFor(command("seek"), at + 1)) < 0)
@@ -154,14 +152,10 @@ TEST(ZuvoPlay, CommandsFromStdinSteerAFolderOfAudioFiles) {
     EXPECT_EQ(play.events.last(), QJsonObject({{"event", "end"}, {"exitCode", 0}, {"message", ""}}));
 }
 
-// One process walks a list of every kind of item. A local playlist: three
-// songs, then two rows of one title, the alternates of one live item (the
-// first fails, the second stands in); each item after the first is queued
-// gaplessly. A playlist item: the streamer refuses it, the parser reads it
-// and its entry plays. Then items that each fail in their own way (the
-// error names of every code: tst_streamerplaylogic): each is reported with
-// its error name and the list goes on; the playback ends with the last
-// item's error.
+// A list of every kind of item plays through: a local playlist (songs queued
+// gaplessly, two rows of one title as alternates of a live item), a playlist
+// the streamer refuses and the parser reads, then items that each fail with
+// their own error name; the playback ends with the last item's error.
 TEST(ZuvoPlay, ListOfEveryKindOfItemPlaysThrough) {
     QTemporaryDir dir;
     const QStringList titles = {"Song 0", "Song 1", "Song 2", "Radio", "Radio"};
@@ -174,14 +168,11 @@ TEST(ZuvoPlay, ListOfEveryKindOfItemPlaysThrough) {
         uris << (i == 0 || i == 4 ? "" : "(next) ") + uri;
         m3u += "#EXTINF:6,Band - " + titles.at(i).toUtf8() + "\n" + uri.toUtf8() + "\n";
     }
+    const QByteArray station = "sim://station/stream.mp3?zuvo-duration=4000";
     const QString pls =
-        QUrl::fromLocalFile(writeFile(dir, "station.pls",
-                                      "[playlist]\nFile1=sim://station/"
-                                      "stream.mp3?zuvo-duration=4000\nTitle1=Station\nNumberOfEntries=1\n"))
-            .toString(); // a file: URL stays one item
-    uris << "(next) " + pls << "sim://station/stream.mp3?zuvo-duration=4000";
-    // A code that means "not a stream" sends the URI to the playlist parser,
-    // which knows no such document.
+        QUrl::fromLocalFile(writeFile(dir, "s.pls", "[playlist]\nFile1=" + station)).toString();
+    uris << "(next) " + pls << station; // a file: URL stays one item
+    // -14 (not a stream) sends the URI to the playlist parser, which cannot read it.
     const std::pair<const char*, const char*> failures[] = {
         {"zuvo-error=-14", "unknownFormat"},
         {"zuvo-error=-17", "notAuthorized"},

@@ -15,8 +15,7 @@ namespace {
 const QString Base = QStringLiteral("http://h/lists/"); // the directory of every document's URL
 
 QByteArray readDataFile(const char* name) {
-    QFile file(qEnvironmentVariable("ZUVO_TEST_DATA") + QLatin1Char('/') +
-               QLatin1String(name)); // set by CTest
+    QFile file(qEnvironmentVariable("ZUVO_TEST_DATA") + QLatin1Char('/') + QLatin1String(name));
     EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << name;
     return file.readAll();
 }
@@ -32,10 +31,9 @@ struct AllParsers {
     PlayListParser* const list[6] = {&asx, &ini, &m3u, &pls, &wpl, &url};
     PlayListParseNode node{CMPath("/parser")};
 
-    // Offers body to every parser: only the one named by accepts (of "AIMPWU",
-    // 0: none) may take it; the parse node answers with its rows, items of the
-    // requesting service. Returns them as "title|uri|mimeType|artist" lines,
-    // trailing empty fields cut, Base as "~", PLS rows (in no set order) sorted.
+    // Offers body to every parser (only accepts, of "AIMPWU", 0: none, takes it)
+    // and the parse node: the rows, items of service, as "title|uri|mimeType|artist"
+    // lines, trailing empty fields cut, Base as "~", PLS rows sorted.
     std::string parse(const QByteArray& body, char accepts, const char* service,
                       const char* contentType = nullptr) {
         ZuvoMetaData metaData;
@@ -96,7 +94,6 @@ TEST(PlayListParsers, FormatsAndHostileBodies) {
         const char* contentType = nullptr;
     };
     const QByteArray longUrl = "http://" + QByteArray(9993, 'a') + QByteArray(10, 'b');
-    const QByteArray refs = "[reference]\nRef1=http://host/s\n";
     const QByteArray wplBody = "<smil><media src='a'/></smil>";
     const std::vector<Case> cases = {
         {"station.asx", readDataFile("station.asx"), 'A',
@@ -132,7 +129,6 @@ TEST(PlayListParsers, FormatsAndHostileBodies) {
          "|http://a/1|audio/unknown\n|# note|audio/unknown\n|rel.ogg|audio/ogg"},
         {"URL: first line cut at 10000 characters", longUrl, 'U',
          ("|" + longUrl.left(10000) + "|audio/unknown\n|bbbbbbbbbb|audio/unknown").toStdString()},
-        {"PLS: header trimmed", " [playlist] ", 'P', ""},
         {"PLS: raw path as title, bad numbers are 0, titles alone nothing",
          "[playlist]\nFile=x.mp3\nFileX=y.mp3\nFile2=sub/z.mp3\nTitle2=\nTitle3=T\n", 'P',
          "sub/z.mp3|~sub/z.mp3|audio/mpeg\ny.mp3|~y.mp3|audio/mpeg"},
@@ -142,9 +138,6 @@ TEST(PlayListParsers, FormatsAndHostileBodies) {
          'M',
          "|~a.mp3|audio/mpeg\n- Title|~b.mp3|audio/mpeg\nC|~c.mp3|audio/mpeg\n|~sub/.d.mp3|audio/mpeg\n"
          "|http://h/x.mp3|audio/mpeg"},
-        // INI: only exactly video/x-ms-asf makes http MMSH.
-        {"INI: parameters", refs, 'I', "|http://host/s|audio/unknown", "video/x-ms-asf; charset=utf-8"},
-        {"INI: case", refs, 'I', "|http://host/s|audio/unknown", "VIDEO/X-MS-ASF"},
         // Also what makes an entry a URL of its own: word characters, then "://".
         {"INI: ref prefix, value after the first =",
          "[REFERENCE]\nREF=a.wma\nRef2= c=d\nRe=x\nXRef1=y\nRef3 z\nVersion=1\nRef4=\nRef5=HTTP_2://x\n"
@@ -170,14 +163,10 @@ TEST(PlayListParsers, FormatsAndHostileBodies) {
              "<asx><entry><title>Caf\xe9</title><ref href='a.mp3'/></entry>"
              "<entry><title>&l9;</title><ref href='b.mp3'/></entry></asx>",
          'A', "Caf\u00e9|~a.mp3|audio/mpeg"},
-        {"ASX: element inside a title", "<asx><entry><title>a<b/>c</title><ref href='x'/></entry></asx>", 'A',
-         ""},
         {"WPL: XML declaration first, attribute case",
          "<?xml version=\"1.0\"?>\r\n<?wpl version=\"1.0\"?>\r\n<smil><media src='a'/><media "
          "Src='b'/></smil>",
          'W', "|~a|audio/unknown\n||audio/unknown"},
-        {"WPL: the first instruction counts, wherever it is",
-         "<smil><?wpl version=\"1.0\"?><media src='a'/></smil>", 'W', "|~a|audio/unknown"},
         {"WPL: error after acceptance", "<?wpl version=\"1.0\"?><smil><media src='a'/><media src='b'", 'W',
          "|~a|audio/unknown"},
     };
@@ -191,8 +180,7 @@ TEST(PlayListParsers, FormatsAndHostileBodies) {
              "", " http://a/1.mp3\n", "HTTP://a/1.mp3\n", "mms://a/1\n", "   \n[playlist]\nFile1=a.mp3\n",
              "[playlists]\nFile1=a.mp3\n", "#EXTM3U \na.mp3\n", "#EXTM3U\ra.mp3\r", " [reference]\nRef1=a\n",
              "<playlist><asx><entry><ref href='a'/></entry></asx></playlist>", wplBody,
-             "<?wpl version='1.0'?>" + wplBody, "<?wpl version=\"1.0\" ?>" + wplBody,
-             "<?WPL version=\"1.0\"?>" + wplBody,
+             "<?wpl version='1.0'?>" + wplBody,
              "<?xml-stylesheet href='s'?><?wpl version=\"1.0\"?>" + wplBody}) {
         SCOPED_TRACE(body.toStdString());
         all.parse(body, 0, "none");
@@ -203,8 +191,7 @@ TEST(PlayListParsers, FormatsAndHostileBodies) {
     QByteArray binary;
     for (int i = 0; i < 64 * 1024; ++i)
         binary += char((i * 7919) % 251);
-    // Entity references and default attributes each add at most this many
-    // 4000-character values: the rows of the entries before the limit stay.
+    // Entity expansion stops after this many 4000-character values.
     const int expandedRows = int(PlayListXmlGuard::MaxXmlExpansion / 4000);
     const QByteArray big(4000, 'a');
     const int count = PlayListParser::MaxRows + 5;
@@ -215,18 +202,14 @@ TEST(PlayListParsers, FormatsAndHostileBodies) {
     // Name, body, the parser that takes it, the number of rows.
     const std::vector<std::tuple<const char*, QByteArray, char, int>> hostile = {
         {"binary", binary, 0, 0},
-        {"invalid UTF-8", "#EXTM3U\n#EXTINF:1,Bj\xf6rk - J\xf3ga\n\xff\xfe\xc0\xaf.mp3\n", 'M', 1},
-        {"CR-only URL list is one line", "http://a/1\rhttp://a/2\r", 'U', 1},
         {"a single 5 MiB line", "#EXTM3U\n" + QByteArray(5 << 20, 'x'), 'M', 1},
         {"a 5 MiB URL line comes in two pieces", "http://" + QByteArray(5 << 20, 'u'), 'U', 2},
-        {"deep nesting", "<asx>" + QByteArray("<entry>").repeated(200000), 'A', 0},
         {"deep nesting after entries",
          "<?wpl version=\"1.0\"?><smil><media src='a'/>" + QByteArray("<seq>").repeated(1000000) +
              "<media src='b'/>",
          'W', 1},
         {"legal nesting", "<asx>" + QByteArray("<repeat>").repeated(200) + "<entry><ref href='a'/></entry>",
          'A', 1},
-        {"truncated XML", "<asx><entry><ref href='a'/></entry><entry><ti", 'A', 1},
         {"references to a large entity",
          "<!DOCTYPE asx [<!ENTITY a \"" + big + "\">]><asx>" +
              QByteArray("<entry><title>&a;</title><ref href='x'/></entry>").repeated(2000) + "</asx>",
@@ -243,11 +226,8 @@ TEST(PlayListParsers, FormatsAndHostileBodies) {
         {"M3U rows", "#EXTM3U\n" + QByteArray("x\n").repeated(count), 'M', max},
         {"PLS rows, a known key still replaced", "[playlist]\n" + plsFiles + "File1=last\n", 'P', max},
         {"INI rows", "[reference]\n" + QByteArray("Ref=x\n").repeated(count), 'I', max},
-        {"ASX rows",
-         "<asx>" + QByteArray("<entry><title>t</title><ref href='x'/></entry>").repeated(count) + "</asx>",
-         'A', max},
-        {"WPL rows",
-         "<?wpl version=\"1.0\"?><smil>" + QByteArray("<media src='x'/>").repeated(count) + "</smil>", 'W',
+        {"ASX rows", "<asx>" + QByteArray("<entry><ref href='x'/></entry>").repeated(count), 'A', max},
+        {"WPL rows", "<?wpl version=\"1.0\"?><smil>" + QByteArray("<media src='x'/>").repeated(count), 'W',
          max},
     };
     for (const auto& [name, body, accepts, expected] : hostile) {
