@@ -57,7 +57,6 @@ public:
     using StreamerPlayLogic::reportError;
     using StreamerPlayLogic::sendPlayCommand;
     using StreamerPlayLogic::sendSetNextMediaCommand;
-    using StreamerPlayLogic::setStopFlag;
     ZuvoPlayLogicData mediaPlaybackStarted(const ZuvoRoles& newTrackRoles,
                                            const ZuvoRoles& previousTrackRoles) override;
     void prepareNextMedia() override {
