@@ -53,7 +53,6 @@ public:
     int tryResumeCalls = 0;
     int mediaStarts = 0;
     using StreamerPlayLogic::activeResourcePosition;
-    using StreamerPlayLogic::nextActiveResource;
     using StreamerPlayLogic::reportError;
     using StreamerPlayLogic::sendPlayCommand;
     using StreamerPlayLogic::sendSetNextMediaCommand;

@@ -27,7 +27,6 @@ class TestPlayLogic : public PlayLogicBase {
 public:
     using PlayLogicBase::PlayLogicBase;
     using PlayLogicBase::setBufferLevel;
-    using PlayLogicBase::setData;
     using PlayLogicBase::setPlayByte;
     using PlayLogicBase::setPlayMode;
     using PlayLogicBase::setPlayTime;

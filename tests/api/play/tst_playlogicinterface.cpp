@@ -1,8 +1,7 @@
-#include <QThread>
 #include <algorithm>
 #include <functional>
 #include <gtest/gtest.h>
-#include <memory>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -75,15 +74,13 @@ TEST(PlayLogicInterface, OneInstancePerPathWhateverTheParametersAndThreads) {
 
     // Threads racing for a path nobody asked for yet get one instance.
     std::vector<PlayLogicInterface*> seen(8, nullptr);
-    std::vector<std::unique_ptr<QThread>> workers;
-    for (size_t i = 0; i < seen.size(); ++i) {
-        workers.emplace_back(QThread::create([&seen, i] {
+    std::vector<std::thread> workers;
+    for (size_t i = 0; i < seen.size(); ++i)
+        workers.emplace_back([&seen, i] {
             seen[i] = PlayLogicInterface::instance(CMPath(QStringLiteral("/race?t=%1").arg(i)));
-        }));
-        workers.back()->start();
-    }
-    for (auto& worker : workers)
-        worker->wait();
+        });
+    for (std::thread& worker : workers)
+        worker.join();
     EXPECT_NE(seen.front(), nullptr);
     EXPECT_EQ(std::count(seen.begin(), seen.end(), seen.front()), 8);
 }

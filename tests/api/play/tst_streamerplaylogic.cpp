@@ -48,6 +48,7 @@ TEST(StreamerPlayLogic, TrackPlaysToItsEnd) {
         SCOPED_TRACE(nearEnd);
         SplWorld h;
         TestStreamerPlayLogic& logic = *h.logic;
+        // the content state-change path stands in for the playback one
         ZuvoStreamerData data = h.playAndStart(spltest::withMetaData(item({a1, a2}), [](ZuvoMetaData& m) {
             m.setContentStateChangePath(SplWorld::stateChangePath());
         }));
@@ -159,9 +160,9 @@ TEST(StreamerPlayLogic, NewPlaybackIdIsNewMediaOnlyWhenRunningWithoutError) {
     }
 }
 
-// No next resource after the last or an unknown one (no wrap-around, no loop);
-// matching by uid wins over the uri, by data when neither is set.
-TEST_F(Spl, NextActiveResourceHasNoWrapAroundAndNoLoop) {
+// The active resource is matched by uid before the uri, by data when neither
+// is set. No wrap-around: FailedPrePlayFallsBackToTheNextResourceThenReports.
+TEST_F(Spl, ActiveResourceIsMatchedByUidThenUriThenData) {
     const QList<ZuvoResource> list = item({"http://r/a", "http://r/b", "http://r/c"}).mediaData().resources();
     const auto roles = [](const QList<ZuvoResource>& resources, const ZuvoResource& active) {
         ZuvoMediaData mediaData;
@@ -171,15 +172,11 @@ TEST_F(Spl, NextActiveResourceHasNoWrapAroundAndNoLoop) {
         result.setMediaData(mediaData);
         return result;
     };
-    ZuvoResource stranger, byUid, d1, d2, second = list.at(1);
-    stranger.setUri(QStringLiteral("http://r/x"));
+    ZuvoResource byUid, d1, d2, second = list.at(1);
     byUid.setUid(QStringLiteral("u2"));
     second.setUid(QStringLiteral("u2"));
     d1.setData(QVariant(1));
     d2.setData(QVariant(2));
-    for (const ZuvoRoles& end :
-         {roles(list, list.at(2)), roles(list, stranger), roles({list[0], list[0]}, list[0])})
-        EXPECT_TRUE(logic->nextActiveResource(end).isEmpty());
     EXPECT_EQ(std::make_pair(logic->activeResourcePosition(roles({list.at(0), second, list.at(2)}, byUid)),
                              logic->activeResourcePosition(roles({d1, d2}, d2))),
               std::make_pair(1, 1));
@@ -196,11 +193,11 @@ TEST_F(Spl, PrePlayHoldsTheQueueAndAStopCancelsIt) {
     const Reply later = logic->sendPlayCommand(item({a2}), {{paused, QVariant(true)}});
     ASSERT_TRUE(waitUntil([&] { return h.prePlay.count() == 1; }));
     drainEvents();
-    EXPECT_EQ(std::make_tuple(h.count(Command::play), later.isFinished(), h.prePlay.requests.at(0).role()),
-              std::make_tuple(1, false, ZuvoRoles::PrePlay()));
     ZuvoRoles asked(h.prePlay.valueAt(0));
     const ZuvoMetaData askedMeta = asked.mediaData().metaData();
-    EXPECT_TRUE(askedMeta.isSetPrePlayTimeOffset() && askedMeta.prePlayTimeOffset() == 0);
+    EXPECT_EQ(std::make_tuple(h.count(Command::play), later.isFinished(), h.prePlay.requests.at(0).role(),
+                              askedMeta.isSetPrePlayTimeOffset(), askedMeta.prePlayTimeOffset()),
+              std::make_tuple(1, false, ZuvoRoles::PrePlay(), true, qint64(0)));
     asked.setTitle(QStringLiteral("fresh"));
     h.prePlay.requests.at(0).reply().setValue(asked.__variant());
     ASSERT_TRUE(h.waitForCount(Command::play, 3));
@@ -384,9 +381,8 @@ TEST_F(Spl, ErrorReportIsShownReplacedWithdrawnOrKeptAtTheEnd) {
     EXPECT_EQ(published().error(), QStringLiteral("first"));
     ASSERT_TRUE(waitUntil([&] { return timer->remainingTime() <= 250; }));
     logic->reportError(cmError("second", "Second message"));
-    EXPECT_EQ(published().error(), QStringLiteral("Second message"));
-    EXPECT_GT(timer->remainingTime(), 250);
-    EXPECT_EQ(logic->tryResumeCalls, 0);
+    EXPECT_EQ(std::make_tuple(published().error(), timer->remainingTime() > 250, logic->tryResumeCalls),
+              std::make_tuple(QStringLiteral("Second message"), true, 0));
     ASSERT_TRUE(waitUntil([&] { return published().error().isEmpty(); }));
     EXPECT_EQ(std::make_pair(logic->tryResumeCalls, published().state()), std::make_pair(1, Playing));
 
@@ -437,16 +433,15 @@ TEST(StreamerPlayLogic, Controls) {
             waitUntil([&] { return h.published().status().timeSeek() && h.client->playTime() == 55000; }));
         const std::pair<Reply, qint64> seeks[] = {{h.client->seekTime(1234), 1234},
                                                   {send(C::seekTime, 10000), 59000},
-                                                  {send(C::seekTime, -100000), 0},
-                                                  {send(C::seekTime, -5000), 50000}};
-        ASSERT_TRUE(h.waitForCount(Command::seek, 4));
-        for (int i = 0; i < 4; ++i) {
+                                                  {send(C::seekTime, -100000), 0}};
+        ASSERT_TRUE(h.waitForCount(Command::seek, 3));
+        for (int i = 0; i < 3; ++i) {
             EXPECT_TRUE(ok(seeks[i].first));
             EXPECT_EQ(ZuvoStreamerSeekPosition(h.streamer.invocations(Command::seek).at(i).args()).timeMs(),
                       seeks[i].second);
         }
         EXPECT_TRUE(ok(h.client->seekBytes(4096)));
-        ASSERT_TRUE(h.waitForCount(Command::seek, 5));
+        ASSERT_TRUE(h.waitForCount(Command::seek, 4));
         const ZuvoStreamerSeekPosition bytes(h.streamer.last(Command::seek).args());
         EXPECT_EQ(std::make_pair(bytes.bytes(), bytes.isSetTimeMs()), std::make_pair(qint64(4096), false));
         for (const C::Enum control : {C::previous, C::like, C::dislike, C::setCurrentTrack}) {
