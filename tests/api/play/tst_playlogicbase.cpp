@@ -120,10 +120,9 @@ TEST(PlayLogicBase, PublishedValues) {
               QStringList({"time 1500 1500", "byte 4096 4096", "level 0.5 0.5", "mode 4 4", "data 3 3"}));
 }
 
-// Stopped, only play, changePlayMode and ping are dispatched (stop and pause
-// too with keepActive); the rest succeed unseen. Not stopped, every control
-// but play is dispatched. TestPlayLogic handles play, stop and next; the
-// base answers the other known controls as not supported.
+// Stopped, only play, changePlayMode and ping are dispatched (stop and pause too
+// with keepActive), the rest succeed unseen; else all but play. Known controls
+// TestPlayLogic does not handle are not supported.
 TEST(PlayLogicBase, DispatchByPublishedState) {
     const struct {
         State::Enum state;
@@ -198,31 +197,31 @@ TEST(PlayLogicBase, PlayWhilePlayingRunsOnceStopped) {
 // Pings may repeat or go back but not skip ahead; a refused one moves the
 // sequence on. Stopping without keepActive starts it again at 0.
 TEST(PlayLogicBase, PingSequence) {
-    for (const bool keepActive : {false, true}) {
-        Fixture f;
-        const std::pair<int, bool> pings[] = {{0, true}, {1, true}, {2, true},  {5, false}, {6, true},
-                                              {6, true}, {3, true}, {5, false}, {6, true}};
-        for (const auto& [sequence, accepted] : pings) {
-            const CMReply<QVariant> reply = f.client->ping(sequence);
-            ASSERT_TRUE(finishes(reply));
-            EXPECT_EQ(reply.error().isEmpty(), accepted) << sequence;
-            if (!accepted) {
-                EXPECT_EQ(QStringList({reply.error().name(), reply.error().title(), reply.error().message()}),
-                          QStringList({"Error", CMError::DefaultTitle().toString(),
-                                       "Ping sequence numbers do not match"}));
-            }
+    Fixture f;
+    constexpr int Stop = -1, StopKeepingActive = -2; // steps that play and stop
+    const std::pair<int, bool> pings[] = {
+        {0, true}, {1, true},    {2, true},  {5, false}, {6, true},
+        {6, true}, {3, true},    {5, false}, {6, true},  {StopKeepingActive, true},
+        {3, true}, {Stop, true}, {3, false}};
+    for (const auto& [sequence, accepted] : pings) {
+        if (sequence < 0) {
+            f.logic->publish(State::playing, sequence == StopKeepingActive);
+            f.logic->publish(State::stopped, sequence == StopKeepingActive);
+            continue;
         }
-        f.logic->publish(State::playing, keepActive);
-        f.logic->publish(State::stopped, keepActive);
-        const CMReply<QVariant> reply = f.client->ping(3);
+        const CMReply<QVariant> reply = f.client->ping(sequence);
         ASSERT_TRUE(finishes(reply));
-        EXPECT_EQ(reply.error().isEmpty(), keepActive);
+        EXPECT_EQ(reply.error().isEmpty(), accepted) << sequence;
+        if (!accepted) {
+            EXPECT_EQ(QStringList({reply.error().name(), reply.error().title(), reply.error().message()}),
+                      QStringList({"Error", CMError::DefaultTitle().toString(),
+                                   "Ping sequence numbers do not match"}));
+        }
     }
 }
 
-// The watchdog runs while not stopped and accepted pings restart it; when it
-// fires the play logic stops itself once (reason none). Unsupervised, it
-// never runs and a play is dispatched at once in any state.
+// The watchdog runs while not stopped, restarted by accepted pings, and fires a
+// stop once (reason none); unsupervised it never runs and plays go at once.
 TEST(PlayLogicBase, PingWatchdog) {
     Fixture f;
     QTimer* timer = f.logic->pingTimer();

@@ -5,32 +5,18 @@
 #include <tuple>
 #include <vector>
 
-#include "model/cmactivatenode.h"
 #include "model/cmnodes.h"
 #include "playlogicinterface.h"
 #include "support/eventloop.h"
 #include "support/records.h"
-
-namespace {
-
-class ControlRecorder : public QObject {
-public:
-    void invoked(const CMSetDataRequest& request) {
-        requests.append(request);
-        request.reply().setValue(QVariant(QStringLiteral("done")));
-    }
-    QList<CMSetDataRequest> requests;
-};
-
-} // namespace
+#include "support/streamerplaylogicfixture.h"
 
 // Each call sends its control record; pause, next, seeks, play mode, current
 // track and ping: the streamer and track-list play-logic tests send them.
 TEST(PlayLogicInterface, ControlCallsSendTheirRecords) {
     CMRootScope root;
-    ControlRecorder recorder;
-    CMActivateNode::create(root.nodes(), CMPath("/zone1/control"))
-        ->setInvoke(&recorder, &ControlRecorder::invoked, Qt::QueuedConnection);
+    TestServiceNode recorder(root.nodes(), CMPath("/zone1/control"));
+    recorder.answer = [](const CMSetDataRequest& r) { r.reply().setValue(QVariant(QStringLiteral("done"))); };
     PlayLogicInterface* pl = PlayLogicInterface::instance(CMPath("/zone1"));
     const ZuvoRoles media = zuvotest::rolesTitled(QStringLiteral("album"));
     const ZuvoRoles track = zuvotest::rolesTitled(QStringLiteral("track"));
