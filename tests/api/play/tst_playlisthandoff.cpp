@@ -32,7 +32,7 @@ ZuvoRoles itemAt(const QString& uri) {
 } // namespace
 
 // Every "not a media stream" code leads to the parser, before the crash rule; the
-// first of ten entries with a URL is played unless another play request waits.
+// first entry with a URL among ten is played unless another play request waits.
 TEST(PlaylistHandOff, UnplayableStreamIsParsedAndItsFirstEntryPlayed) {
     struct Case {
         int code;
