@@ -53,11 +53,9 @@ public:
     int tryResumeCalls = 0;
     int mediaStarts = 0;
     using StreamerPlayLogic::activeResourcePosition;
-    using StreamerPlayLogic::nextActiveResource;
     using StreamerPlayLogic::reportError;
     using StreamerPlayLogic::sendPlayCommand;
     using StreamerPlayLogic::sendSetNextMediaCommand;
-    using StreamerPlayLogic::setStopFlag;
     ZuvoPlayLogicData mediaPlaybackStarted(const ZuvoRoles& newTrackRoles,
                                            const ZuvoRoles& previousTrackRoles) override;
     void prepareNextMedia() override {

@@ -1,6 +1,5 @@
-// A stream the streamer cannot play because it is a playlist: the play logic
-// has it parsed by the playlist parse node (over a loopback HTTP server) and
-// plays the first entry that has a URL.
+// A playlist the streamer cannot play is parsed by the playlist parse node
+// (over a loopback HTTP server) and its first entry with a URL played.
 
 #include <gtest/gtest.h>
 
@@ -32,9 +31,8 @@ ZuvoRoles itemAt(const QString& uri) {
 
 } // namespace
 
-// Every "not a media stream" code leads to the parser, before the crash rule;
-// the first of the first ten entries that has a URL is played, unless another
-// play request waits; else the playback ends with an error.
+// Every "not a media stream" code leads to the parser, before the crash rule; the
+// first entry with a URL among ten is played unless another play request waits.
 TEST(PlaylistHandOff, UnplayableStreamIsParsedAndItsFirstEntryPlayed) {
     struct Case {
         int code;

@@ -1,36 +1,22 @@
-#include <QThread>
 #include <algorithm>
 #include <functional>
 #include <gtest/gtest.h>
-#include <memory>
+#include <thread>
 #include <tuple>
 #include <vector>
 
-#include "model/cmactivatenode.h"
 #include "model/cmnodes.h"
 #include "playlogicinterface.h"
 #include "support/eventloop.h"
 #include "support/records.h"
+#include "support/streamerplaylogicfixture.h"
 
-namespace {
-
-class ControlRecorder : public QObject {
-public:
-    void invoked(const CMSetDataRequest& request) {
-        requests.append(request);
-        request.reply().setValue(QVariant(QStringLiteral("done")));
-    }
-    QList<CMSetDataRequest> requests;
-};
-
-} // namespace
-
-// Each call sends its control record (the readers: PlayLogicBase tests).
+// Each call sends its control record; pause, next, seeks, play mode, current
+// track and ping: the streamer and track-list play-logic tests send them.
 TEST(PlayLogicInterface, ControlCallsSendTheirRecords) {
     CMRootScope root;
-    ControlRecorder recorder;
-    CMActivateNode::create(root.nodes(), CMPath("/zone1/control"))
-        ->setInvoke(&recorder, &ControlRecorder::invoked, Qt::QueuedConnection);
+    TestServiceNode recorder(root.nodes(), CMPath("/zone1/control"));
+    recorder.answer = [](const CMSetDataRequest& r) { r.reply().setValue(QVariant(QStringLiteral("done"))); };
     PlayLogicInterface* pl = PlayLogicInterface::instance(CMPath("/zone1"));
     const ZuvoRoles media = zuvotest::rolesTitled(QStringLiteral("album"));
     const ZuvoRoles track = zuvotest::rolesTitled(QStringLiteral("track"));
@@ -46,19 +32,10 @@ TEST(PlayLogicInterface, ControlCallsSendTheirRecords) {
           {Play::Index(), 3}, {Play::Version(), 7}, {Play::StartPaused(), false}}},
         {[&] { return pl->stop(ZuvoPlayLogicStopReason::newPlayRequest); }, C::stop,
          {{ZuvoPlayLogicStopArgs::Reason(), 4}}},
-        {[&] { return pl->pause(); }, C::pause, {}},
-        {[&] { return pl->next(); }, C::next, {}},
         {[&] { return pl->previous(true); }, C::previous,
          {{ZuvoPlayLogicPreviousArgs::ForceSkipPrevious(), true}}},
         {[&] { return pl->like(); }, C::like, {}},
         {[&] { return pl->dislike(); }, C::dislike, {}},
-        {[&] { return pl->seekTime(65000); }, C::seekTime, {{ZuvoPlayLogicSeekArgs::Time(), qint64(65000)}}},
-        {[&] { return pl->seekBytes(4096); }, C::seekBytes, {{ZuvoPlayLogicSeekArgs::Bytes(), qint64(4096)}}},
-        {[&] { return pl->setCurrentTrack(5); }, C::setCurrentTrack,
-         {{ZuvoPlayLogicSetCurrentTrackArgs::CurrentTrack(), 5}}},
-        {[&] { return pl->changePlayMode(ZuvoPlayerPlayMode::repeatAll); }, C::changePlayMode,
-         {{ZuvoPlayLogicChangePlayModeArgs::PlayMode(), 4}}},
-        {[&] { return pl->ping(12); }, C::ping, {{ZuvoPlayLogicPingArgs::PingSequenceNumber(), 12}}},
     };
     // clang-format on
     for (const auto& [call, control, fields] : cases) {
@@ -83,15 +60,13 @@ TEST(PlayLogicInterface, OneInstancePerPathWhateverTheParametersAndThreads) {
 
     // Threads racing for a path nobody asked for yet get one instance.
     std::vector<PlayLogicInterface*> seen(8, nullptr);
-    std::vector<std::unique_ptr<QThread>> workers;
-    for (size_t i = 0; i < seen.size(); ++i) {
-        workers.emplace_back(QThread::create([&seen, i] {
+    std::vector<std::thread> workers;
+    for (size_t i = 0; i < seen.size(); ++i)
+        workers.emplace_back([&seen, i] {
             seen[i] = PlayLogicInterface::instance(CMPath(QStringLiteral("/race?t=%1").arg(i)));
-        }));
-        workers.back()->start();
-    }
-    for (auto& worker : workers)
-        worker->wait();
+        });
+    for (std::thread& worker : workers)
+        worker.join();
     EXPECT_NE(seen.front(), nullptr);
     EXPECT_EQ(std::count(seen.begin(), seen.end(), seen.front()), 8);
 }

@@ -2,7 +2,6 @@
 // whose records come back as the play logic's published values.
 
 #include <QDateTime>
-#include <QElapsedTimer>
 #include <gtest/gtest.h>
 
 #include "support/eventloop.h"
@@ -42,14 +41,14 @@ struct Spl : ::testing::Test {
     ZuvoPlayLogicData published() const { return h.published(); }
 };
 
-// A track played to its end (no further resource tried), with or without a
-// near end first: a stopped streamer shows as loading until the playback has
-// ended (once). The content state-change path stands in for the playback one.
+// A track played to its end (no further resource tried), with or without a near
+// end first: a stopped streamer shows as loading until the playback has ended.
 TEST(StreamerPlayLogic, TrackPlaysToItsEnd) {
     for (const bool nearEnd : {true, false}) {
         SCOPED_TRACE(nearEnd);
         SplWorld h;
         TestStreamerPlayLogic& logic = *h.logic;
+        // the content state-change path stands in for the playback one
         ZuvoStreamerData data = h.playAndStart(spltest::withMetaData(item({a1, a2}), [](ZuvoMetaData& m) {
             m.setContentStateChangePath(SplWorld::stateChangePath());
         }));
@@ -59,11 +58,6 @@ TEST(StreamerPlayLogic, TrackPlaysToItsEnd) {
                            h.sent(Command::play, 0).roles().mediaData().metaData().playbackStateChangePath()),
             std::make_pair(1, SplWorld::stateChangePath()));
         PublishedStates states(&logic);
-        ZuvoPlayLogicStatus status = data.status();
-        status.setTimeSeek(true);
-        data.setStatus(status);
-        h.streamer.publishData(data); // a status change is no new media
-        ASSERT_TRUE(waitUntil([&] { return h.published().status().timeSeek(); }));
         for (const State state : {Paused, Playing}) {
             data.setState(state);
             h.streamer.publishData(data);
@@ -82,7 +76,7 @@ TEST(StreamerPlayLogic, TrackPlaysToItsEnd) {
         h.streamer.publishData(stoppedWith(data, -13, QStringLiteral("eos")));
         ASSERT_TRUE(reaches(h, Stopped));
         drainEvents();
-        EXPECT_EQ(states.states, QList<State>({Playing, Paused, Playing, Loading, Stopped}));
+        EXPECT_EQ(states.states, QList<State>({Paused, Playing, Loading, Stopped}));
         EXPECT_EQ(std::make_tuple(logic.mediaStarts, h.count(Command::clearNextMedia), h.count(Command::stop),
                                   h.count(Command::play), h.client->playTime(), h.client->playByte(),
                                   h.client->bufferLevel(), h.published().error()),
@@ -96,8 +90,7 @@ TEST(StreamerPlayLogic, TrackPlaysToItsEnd) {
 }
 
 // Near its end a live media queues its next resource, not after a user stop
-// (asked before the stop is through). A stored media: TrackPlaysToItsEnd; a
-// derived play logic's next track: tst_tracklistplaylogic.
+// (asked before the stop is through); a stored one: TrackPlaysToItsEnd.
 TEST(StreamerPlayLogic, NearEndOfALiveMediaQueuesItsNextResource) {
     for (const bool userStop : {false, true}) {
         SCOPED_TRACE(userStop);
@@ -167,10 +160,9 @@ TEST(StreamerPlayLogic, NewPlaybackIdIsNewMediaOnlyWhenRunningWithoutError) {
     }
 }
 
-// No next resource after the last or an unknown one (no wrap-around, no
-// loop); matching by uid wins over the uri, by data when neither is set. (A
-// streamer error playing the next resource: zuvo-play's live item.)
-TEST_F(Spl, NextActiveResourceHasNoWrapAroundAndNoLoop) {
+// The active resource is matched by uid before the uri, by data when neither
+// is set. No wrap-around: FailedPrePlayFallsBackToTheNextResourceThenReports.
+TEST_F(Spl, ActiveResourceIsMatchedByUidThenUriThenData) {
     const QList<ZuvoResource> list = item({"http://r/a", "http://r/b", "http://r/c"}).mediaData().resources();
     const auto roles = [](const QList<ZuvoResource>& resources, const ZuvoResource& active) {
         ZuvoMediaData mediaData;
@@ -180,20 +172,14 @@ TEST_F(Spl, NextActiveResourceHasNoWrapAroundAndNoLoop) {
         result.setMediaData(mediaData);
         return result;
     };
-    ZuvoResource stranger, byUid, d1, d2, second = list.at(1);
-    stranger.setUri(QStringLiteral("http://r/x"));
+    ZuvoResource byUid, d1, d2, second = list.at(1);
     byUid.setUid(QStringLiteral("u2"));
     second.setUid(QStringLiteral("u2"));
     d1.setData(QVariant(1));
     d2.setData(QVariant(2));
-    for (const ZuvoRoles& end :
-         {roles(list, list.at(2)), roles(list, stranger), roles({list[0], list[0]}, list[0])})
-        EXPECT_TRUE(logic->nextActiveResource(end).isEmpty());
-    EXPECT_EQ(std::make_tuple(logic->activeResourcePosition(roles(list, list.at(2))),
-                              logic->activeResourcePosition(roles(list, stranger)),
-                              logic->activeResourcePosition(roles({list.at(0), second, list.at(2)}, byUid)),
-                              logic->activeResourcePosition(roles({d1, d2}, d2))),
-              std::make_tuple(2, -1, 1, 1));
+    EXPECT_EQ(std::make_pair(logic->activeResourcePosition(roles({list.at(0), second, list.at(2)}, byUid)),
+                             logic->activeResourcePosition(roles({d1, d2}, d2))),
+              std::make_pair(1, 1));
 }
 
 // Requests wait behind the head's pre-play, whose answer is what is played.
@@ -207,11 +193,11 @@ TEST_F(Spl, PrePlayHoldsTheQueueAndAStopCancelsIt) {
     const Reply later = logic->sendPlayCommand(item({a2}), {{paused, QVariant(true)}});
     ASSERT_TRUE(waitUntil([&] { return h.prePlay.count() == 1; }));
     drainEvents();
-    EXPECT_EQ(std::make_tuple(h.count(Command::play), later.isFinished(), h.prePlay.requests.at(0).role()),
-              std::make_tuple(1, false, ZuvoRoles::PrePlay()));
     ZuvoRoles asked(h.prePlay.valueAt(0));
     const ZuvoMetaData askedMeta = asked.mediaData().metaData();
-    EXPECT_TRUE(askedMeta.isSetPrePlayTimeOffset() && askedMeta.prePlayTimeOffset() == 0);
+    EXPECT_EQ(std::make_tuple(h.count(Command::play), later.isFinished(), h.prePlay.requests.at(0).role(),
+                              askedMeta.isSetPrePlayTimeOffset(), askedMeta.prePlayTimeOffset()),
+              std::make_tuple(1, false, ZuvoRoles::PrePlay(), true, qint64(0)));
     asked.setTitle(QStringLiteral("fresh"));
     h.prePlay.requests.at(0).reply().setValue(asked.__variant());
     ASSERT_TRUE(h.waitForCount(Command::play, 3));
@@ -245,9 +231,8 @@ TEST_F(Spl, FailedPrePlayFallsBackToTheNextResourceThenReports) {
     EXPECT_EQ(h.count(Command::play), 0);
 }
 
-// A play while playing runs after the old end, from a fresh record (the
-// replaced play cancelled, one stop: tst_playstorm). Destroyed while that one
-// loads, the play logic stops the streamer.
+// A play while playing runs after the old end from a fresh record (one stop:
+// tst_playstorm). Destroyed while loading, the play logic stops the streamer.
 TEST_F(Spl, PlayWhilePlayingStopsOnceThenPlaysTheNewestAfresh) {
     ZuvoStreamerData running = h.playAndStart(item({a1}));
     ASSERT_FALSE(running.isEmpty());
@@ -261,15 +246,12 @@ TEST_F(Spl, PlayWhilePlayingStopsOnceThenPlaysTheNewestAfresh) {
     ASSERT_TRUE(h.waitForCount(Command::stop, 1));
     running.setState(Stopped);
     h.streamer.publishData(running);
-    ASSERT_TRUE(h.waitForCount(Command::play, 2));
-    EXPECT_EQ(std::make_tuple(h.count(Command::stop), activeUri(h.sent(Command::play, 1).roles()),
-                              latest.isFinished(), latest.hasError()),
-              std::make_tuple(1, QStringLiteral("http://c/3"), true, false));
+    ASSERT_TRUE(ok(latest));
     EXPECT_EQ(states.states, QList<State>({Loading, Stopped, Loading}));
     const ZuvoPlayLogicData f = published();
-    EXPECT_EQ(std::make_tuple(f.error(), f.isSetStreamId(), f.isSetStatus(), f.mediaRoles(), f.trackRoles()),
-              std::make_tuple(QString(), false, false, media, track));
-    EXPECT_EQ(f.matchingMediaRoles(), matching);
+    EXPECT_EQ(std::make_tuple(f.error(), f.isSetStreamId(), f.isSetStatus(), f.mediaRoles(), f.trackRoles(),
+                              f.matchingMediaRoles()),
+              std::make_tuple(QString(), false, false, media, track, matching));
 
     LogCapture log;
     h.logic.reset();
@@ -293,10 +275,9 @@ TEST_F(Spl, RefusedMediaStillAnswersPlayAndStopClearsAtOnce) {
     EXPECT_EQ(h.client->bufferLevel(), -1.0);
 }
 
-// A stopped streamer by error code (and name): an error shown for a while
-// (the name reported to the state-change node), or the end of playback.
-// Codes that name a playlist: tst_playlisthandoff; -17, -18: the GStreamer
-// play-logic test and zuvo-play's; the end of a stream: TrackPlaysToItsEnd.
+// A stopped streamer by error code (and name): an error shown for a while (the
+// name reported to the state-change node), or the end of playback. Playlist
+// codes: tst_playlisthandoff; -17, -18: the GStreamer play-logic test.
 enum class Setup { Plain, Radio, NoResources, UserStop, Restart, Clip };
 
 const struct ErrorRow {
@@ -389,9 +370,8 @@ TEST(StreamerPlayLogic, StoppedStreamerByCode) {
     }
 }
 
-// An error report shows the message (else the name); a newer one restarts
-// the interval; at its end the error goes and resuming is tried. The end of
-// playback keeps a reported error.
+// An error report shows the message (else the name); a newer one restarts the
+// interval, at whose end it goes and resuming is tried; the end keeps it.
 TEST_F(Spl, ErrorReportIsShownReplacedWithdrawnOrKeptAtTheEnd) {
     const ZuvoStreamerData data = h.playAndStart(item({a1}));
     ASSERT_FALSE(data.isEmpty());
@@ -401,9 +381,8 @@ TEST_F(Spl, ErrorReportIsShownReplacedWithdrawnOrKeptAtTheEnd) {
     EXPECT_EQ(published().error(), QStringLiteral("first"));
     ASSERT_TRUE(waitUntil([&] { return timer->remainingTime() <= 250; }));
     logic->reportError(cmError("second", "Second message"));
-    EXPECT_EQ(published().error(), QStringLiteral("Second message"));
-    EXPECT_GT(timer->remainingTime(), 250);
-    EXPECT_EQ(logic->tryResumeCalls, 0);
+    EXPECT_EQ(std::make_tuple(published().error(), timer->remainingTime() > 250, logic->tryResumeCalls),
+              std::make_tuple(QStringLiteral("Second message"), true, 0));
     ASSERT_TRUE(waitUntil([&] { return published().error().isEmpty(); }));
     EXPECT_EQ(std::make_pair(logic->tryResumeCalls, published().state()), std::make_pair(1, Playing));
 
@@ -414,32 +393,13 @@ TEST_F(Spl, ErrorReportIsShownReplacedWithdrawnOrKeptAtTheEnd) {
               std::make_tuple(false, QStringLiteral("Late error"), 1));
 }
 
-TEST_F(Spl, PlaybackEndsOnlyWhenBothStopFlagsAreSet) {
-    ASSERT_FALSE(h.playAndStart(item({a1})).isEmpty());
-    logic->setStopFlag(StreamerPlayLogic::StreamerStopped);
-    logic->setStopFlag(StreamerPlayLogic::StreamerStopped);
-    EXPECT_EQ(published().state(), Playing);
-    logic->sendPlayCommand(item({a2}), {}); // a new play forgets the first reason
-    logic->setStopFlag(StreamerPlayLogic::NoNextMedia);
-    EXPECT_EQ(published().state(), Playing);
-    logic->setStopFlag(StreamerPlayLogic::StreamerStopped);
-    EXPECT_EQ(published().state(), Stopped);
-    PublishedStates states(logic); // the set was emptied: one flag alone publishes nothing
-    logic->setStopFlag(StreamerPlayLogic::NoNextMedia);
-    EXPECT_TRUE(states.states.isEmpty());
-}
-
-// Disabled, a control succeeds and sends nothing; the debug line names it
-// (byte seek shares the time-seek text, which clients match). Enabled,
-// seeking needs a seekable stream and a relative seek stays within
-// [0, end - 1 s]; controls with no step are not supported; play modes follow
-// the published support (shuffle, and normal always).
+// Disabled, a control succeeds and sends nothing. Enabled, a seek needs a
+// seekable stream and stays within [0, end - 1 s]; controls with no step are
+// not supported; play modes follow the published support (normal always).
 TEST(StreamerPlayLogic, Controls) {
     using C = ZuvoPlayLogicControl;
-    const std::pair<C::Enum, const char*> controls[] = {
-        {C::pause, "Pause"},       {C::previous, "Previous"},  {C::next, "Next"},
-        {C::seekTime, "SeekTime"}, {C::seekBytes, "SeekTime"}, {C::setCurrentTrack, "SeekTrack"},
-        {C::like, "Like"},         {C::dislike, "Dislike"}};
+    const C::Enum controls[] = {C::pause,     C::previous,        C::next, C::seekTime,
+                                C::seekBytes, C::setCurrentTrack, C::like, C::dislike};
     for (const bool enabled : {false, true}) {
         SCOPED_TRACE(enabled);
         SplWorld h;
@@ -453,15 +413,10 @@ TEST(StreamerPlayLogic, Controls) {
                 args.setTimeRelative(relative);
             return h.client->control(args, Reply());
         };
-        for (const auto& [control, name] : controls) {
-            if (enabled && control != C::seekTime && control != C::seekBytes)
-                continue; // enabled, a seek still needs a seekable stream
-            LogCapture log;
-            EXPECT_TRUE(ok(send(control))) << name;
-            EXPECT_EQ(
-                log.contains(log4cplus::DEBUG_LOG_LEVEL, QString::fromUtf8(name) + " control is not enabled"),
-                !enabled)
-                << name;
+        for (const C::Enum control : controls) {
+            if (!enabled || control == C::seekTime || control == C::seekBytes) {
+                EXPECT_TRUE(ok(send(control))) << control;
+            }
         }
         drainEvents();
         EXPECT_EQ(h.count(Command::pause) + h.count(Command::resume) + h.count(Command::seek), 0);
@@ -478,16 +433,15 @@ TEST(StreamerPlayLogic, Controls) {
             waitUntil([&] { return h.published().status().timeSeek() && h.client->playTime() == 55000; }));
         const std::pair<Reply, qint64> seeks[] = {{h.client->seekTime(1234), 1234},
                                                   {send(C::seekTime, 10000), 59000},
-                                                  {send(C::seekTime, -100000), 0},
-                                                  {send(C::seekTime, -5000), 50000}};
-        ASSERT_TRUE(h.waitForCount(Command::seek, 4));
-        for (int i = 0; i < 4; ++i) {
+                                                  {send(C::seekTime, -100000), 0}};
+        ASSERT_TRUE(h.waitForCount(Command::seek, 3));
+        for (int i = 0; i < 3; ++i) {
             EXPECT_TRUE(ok(seeks[i].first));
             EXPECT_EQ(ZuvoStreamerSeekPosition(h.streamer.invocations(Command::seek).at(i).args()).timeMs(),
                       seeks[i].second);
         }
         EXPECT_TRUE(ok(h.client->seekBytes(4096)));
-        ASSERT_TRUE(h.waitForCount(Command::seek, 5));
+        ASSERT_TRUE(h.waitForCount(Command::seek, 4));
         const ZuvoStreamerSeekPosition bytes(h.streamer.last(Command::seek).args());
         EXPECT_EQ(std::make_pair(bytes.bytes(), bytes.isSetTimeMs()), std::make_pair(qint64(4096), false));
         for (const C::Enum control : {C::previous, C::like, C::dislike, C::setCurrentTrack}) {
@@ -496,12 +450,11 @@ TEST(StreamerPlayLogic, Controls) {
             EXPECT_EQ(reply.error().message(), QStringLiteral("Operation not supported.")) << control;
         }
         EXPECT_TRUE(ok(h.client->next()));
-        EXPECT_EQ(h.count(Command::play), 1);
+        // the status change above is no new media
+        EXPECT_EQ(std::make_pair(h.count(Command::play), h.logic->mediaStarts), std::make_pair(1, 1));
         using Mode = ZuvoPlayerPlayMode;
-        const std::pair<int, Mode::Enum> modes[] = {{Mode::shuffle, Mode::shuffle},
-                                                    {Mode::repeatOne, Mode::shuffle},
-                                                    {9, Mode::shuffle},
-                                                    {Mode::normal, Mode::normal}};
+        const std::pair<int, Mode::Enum> modes[] = {
+            {Mode::shuffle, Mode::shuffle}, {Mode::repeatOne, Mode::shuffle}, {Mode::normal, Mode::normal}};
         for (const auto& [mode, expected] : modes) {
             EXPECT_TRUE(ok(h.client->changePlayMode(Mode::Enum(mode))));
             EXPECT_EQ(h.client->playMode(), expected) << mode;
@@ -523,7 +476,6 @@ TEST(StreamerPlayLogic, PauseTogglesAndAnExpiredResourceIsRefetchedOnResume) {
         {"idled too long", [](ZuvoResource& r) { r.setMaxIdleTime(0); }, true, true},
         {"expired", [&](ZuvoResource& r) { r.setValidUntil(now - 1); }, true, true},
         {"idle time not reached", [&](ZuvoResource& r) { r.setMaxIdleTime(hour); }, true, false},
-        {"valid until later", [&](ZuvoResource& r) { r.setValidUntil(now + hour); }, true, false},
         {"expired, pre-play path cleared", [&](ZuvoResource& r) { r.setValidUntil(now - 1); }, false, false},
     };
     for (const auto& row : rows) {
@@ -542,11 +494,8 @@ TEST(StreamerPlayLogic, PauseTogglesAndAnExpiredResourceIsRefetchedOnResume) {
         ASSERT_FALSE(data.isEmpty());
         h.streamer.publishPlayTime(42000);
         ASSERT_TRUE(waitUntil([&] { return h.client->playTime() == 42000; }));
-        QElapsedTimer clock; // the clock of the pause instant
-        clock.start();
         h.client->pause();
         ASSERT_TRUE(h.waitForCount(Command::pause, 1));
-        EXPECT_GE(StreamerPlayLogic::pauseInstant(), clock.msecsSinceReference());
         data.setState(Paused);
         h.streamer.publishData(data);
         ASSERT_TRUE(reaches(h, Paused));
