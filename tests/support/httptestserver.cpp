@@ -6,9 +6,8 @@
 
 namespace zuvotest {
 
-// One accepted connection: reads requests one after the other and plays the
-// scripted answer of each. A child of the server; deletes itself once the
-// peer is gone.
+// One accepted connection: reads requests one after the other and plays the scripted answer of each.
+// A child of the server; deletes itself once the peer is gone.
 class HttpTestConnection : public QObject {
     Q_OBJECT
 
@@ -39,8 +38,7 @@ public:
 
 private:
     enum class State { Reading, Sending, Silent };
-    // Written ahead of the client at most, so that a large or endless answer
-    // never piles up in memory nor holds up the event loop.
+    // Written ahead of the client at most: a large or endless answer never piles up nor holds up the loop.
     static constexpr qint64 WriteAheadBytes = 256 * 1024, PieceBytes = 64 * 1024;
 
     void gone() {
@@ -87,7 +85,7 @@ private:
             head += "Content-Length: " + QByteArray::number(announced) + "\r\n";
         if (m_route.chunked)
             head += "Transfer-Encoding: chunked\r\n";
-        head += "\r\n";
+        head += m_route.rawHeaders + "\r\n";
         m_headSent = 0;
         pump();
     }

@@ -26,6 +26,7 @@ struct HttpTestRoute {
     int status;
     QByteArray body;
     Headers headers;
+    QByteArray rawHeaders;     // "Name: value\r\n" lines sent after headers, as they are
     int trickleBytes = 0;      // > 0: send the body this many bytes ...
     int trickleIntervalMs = 0; // ... per interval
     bool chunked = false;      // else with a Content-Length
@@ -85,7 +86,7 @@ public:
     void setHeaderFlood(const QString& path, int count) {
         HttpTestRoute route(Behaviour::Answer, 200, "flood");
         for (int i = 0; i < count; ++i)
-            route.headers.append({"X-Flood-" + QByteArray::number(i), QByteArray(32, 'v')});
+            route.rawHeaders += "X-Flood-" + QByteArray::number(i) + ": " + QByteArray(32, 'v') + "\r\n";
         setRoute(path, route);
     }
 
