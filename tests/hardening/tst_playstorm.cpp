@@ -10,9 +10,11 @@
 #include "playlogicinterface.h"
 #include "streamerplaylogic.h"
 #include "support/eventloop.h"
+#include "support/streamerplaylogicfixture.h"
 #include "support/teststreamerservice.h"
 
 using Command = TestStreamerService::Command;
+using spltest::activeUri;
 using zuvotest::waitUntil;
 
 namespace {
@@ -21,10 +23,7 @@ constexpr int Plays = 1000;
 constexpr int WaitMs = 30000;
 
 ZuvoRoles item(int i) {
-    const QVariantHash resource{{ZuvoResource::Uri(), QStringLiteral("http://storm.example/%1.mp3").arg(i)}};
-    return ZuvoRoles(QVariantHash{
-        {ZuvoRoles::MediaData(), QVariantHash{{ZuvoMediaData::Resources(), QVariantList{resource}},
-                                              {ZuvoMediaData::ActiveResource(), resource}}}});
+    return spltest::item({QStringLiteral("http://storm.example/%1.mp3").arg(i)});
 }
 
 TEST(PlayStorm, ThousandPlaysWhilePlayingStopOnceAndPlayTheLast) {
@@ -57,9 +56,7 @@ TEST(PlayStorm, ThousandPlaysWhilePlayingStopOnceAndPlayTheLast) {
     EXPECT_FALSE(storm.back().isFinished()) << "the last play waits for the stop";
 
     // The streamer reports the end of the old playback; the waiting play runs.
-    ZuvoStreamerData stopped = streamer.data();
-    stopped.setState(ZuvoPlayLogicState::stopped);
-    streamer.publishData(stopped);
+    streamer.publishData(TestStreamerService::makeData(1, ZuvoPlayLogicState::stopped));
     startPlayback(2);
     ASSERT_TRUE(waitUntil([&] { return storm.back().isFinished(); }, WaitMs));
     zuvotest::drainEvents();
@@ -69,11 +66,10 @@ TEST(PlayStorm, ThousandPlaysWhilePlayingStopOnceAndPlayTheLast) {
     for (int i = 0; i < Plays - 1; ++i)
         ASSERT_EQ(storm.at(i).error().name(), CMVoidReply::ErrorCancel()) << "play " << i;
     EXPECT_FALSE(storm.back().hasError()) << storm.back().error();
-    const auto uri = [](const ZuvoRoles& roles) { return roles.mediaData().activeResource().uri(); };
-    const QString last = uri(item(Plays));
-    EXPECT_EQ(uri(ZuvoStreamerPlayArgs(streamer.last(Command::play).args()).roles()), last);
-    EXPECT_EQ(uri(client->data().trackRoles()), last);
-    EXPECT_EQ(client->data().state(), ZuvoPlayLogicState::playing);
+    const QString last = activeUri(item(Plays));
+    EXPECT_EQ(std::make_tuple(activeUri(ZuvoStreamerPlayArgs(streamer.last(Command::play).args()).roles()),
+                              activeUri(client->data().trackRoles()), client->data().state()),
+              std::make_tuple(last, last, ZuvoPlayLogicState::playing));
 }
 
 } // namespace

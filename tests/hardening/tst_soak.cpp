@@ -1,8 +1,7 @@
-// Soak: a track-list play logic on the simulated streamer, cycles of play ->
-// near end -> next -> stop. Every client reply completes, and resident memory
-// grows by at most 1 MiB past warm-up (not checked under sanitizers or
-// valgrind). ZUVO_SOAK_CYCLES: cycles (default 150); ZUVO_SOAK_SPEED: the
-// streamer's speed (default 10: a 5000 ms track is near its end at once).
+// Soak: a track-list play logic on the simulated streamer, cycles of play -> near end ->
+// next -> stop. Every client reply completes, and resident memory grows by at most 1 MiB
+// past warm-up (not under sanitizers or valgrind). ZUVO_SOAK_CYCLES: cycles (default 150);
+// ZUVO_SOAK_SPEED: the streamer's speed (default 10: a 5000 ms track nears its end at once).
 
 #include <QFile>
 #include <QTimer>
@@ -15,6 +14,7 @@
 #include "playlogicinterface.h"
 #include "simulatedstreamer.h"
 #include "support/eventloop.h"
+#include "support/streamerplaylogicfixture.h"
 #include "tracklistplaylogic.h"
 
 using zuvotest::waitUntil;
@@ -34,12 +34,8 @@ qint64 residentBytes() {
                : 0;
 }
 
-ZuvoRoles track(const QString& title) {
-    const QVariantHash resource{
-        {ZuvoResource::Uri(), QStringLiteral("sim://soak/%1.mp3?zuvo-duration=5000").arg(title)}};
-    return ZuvoRoles(QVariantHash{
-        {ZuvoRoles::Title(), title},
-        {ZuvoRoles::MediaData(), QVariantHash{{ZuvoMediaData::Resources(), QVariantList{resource}}}}});
+ZuvoRoles track(const char* name) {
+    return spltest::item({QStringLiteral("sim://soak/%1.mp3?zuvo-duration=5000").arg(QLatin1String(name))});
 }
 
 TEST(Soak, PlayNearEndNextStopCycles) {
@@ -52,7 +48,7 @@ TEST(Soak, PlayNearEndNextStopCycles) {
     const CMPath basePath("/hardening/soakPlayLogic");
     PlayLogicInterface* const client = PlayLogicInterface::instance(basePath);
     TrackListPlayLogic logic(scope.nodes(), basePath);
-    logic.setTracks({track(QStringLiteral("first")), track(QStringLiteral("second"))});
+    logic.setTracks({track("first"), track("second")});
     // No client pings here; a slow run must not meet the watchdog's stop.
     logic.findChild<QTimer*>(QStringLiteral("pingTimeoutTimer"))->setInterval(3600 * 1000);
 
@@ -60,7 +56,7 @@ TEST(Soak, PlayNearEndNextStopCycles) {
         return waitUntil(
             [&] {
                 const ZuvoPlayLogicData data = client->data();
-                return data.state() == state && (!title || data.trackRoles().title() == QLatin1String(title));
+                return data.state() == state && (!title || data.trackRoles().title() == track(title).title());
             },
             WaitMs);
     };

@@ -6,18 +6,8 @@
 
 namespace zuvotest {
 
-namespace {
-
-// Written ahead of the client at most, so that a large or endless answer
-// never piles up in memory nor holds up the event loop.
-constexpr qint64 WriteAheadBytes = 256 * 1024;
-constexpr qint64 PieceBytes = 64 * 1024;
-
-} // namespace
-
-// One accepted connection: reads requests one after the other and plays the
-// scripted answer of each. A child of the server; deletes itself once the
-// peer is gone.
+// One accepted connection: reads requests one after the other and plays the scripted answer of each.
+// A child of the server; deletes itself once the peer is gone.
 class HttpTestConnection : public QObject {
     Q_OBJECT
 
@@ -48,6 +38,8 @@ public:
 
 private:
     enum class State { Reading, Sending, Silent };
+    // Written ahead of the client at most: a large or endless answer never piles up nor holds up the loop.
+    static constexpr qint64 WriteAheadBytes = 256 * 1024, PieceBytes = 64 * 1024;
 
     void gone() {
         m_state = State::Silent;
@@ -61,18 +53,17 @@ private:
                 return;
             const QByteArray head = m_input.left(headEnd + 2);
             m_input.remove(0, headEnd + 4);
-            m_path = QString::fromLatin1(head.split(' ').value(1).split('?').value(0));
-            ++m_server->m_requestCounts[m_path];
-            m_server->m_lastRequestHeads.insert(m_path, head);
+            const QString path = QString::fromLatin1(head.split(' ').value(1).split('?').value(0));
+            ++m_server->m_requestCounts[path];
+            m_server->m_lastRequestHeads.insert(path, head);
             m_route = m_server->m_routes.value(
-                m_path, HttpTestRoute(HttpTestRoute::Behaviour::Answer, 404, "no route"));
+                path, HttpTestRoute(HttpTestRoute::Behaviour::Answer, 404, "no route"));
             respond();
         }
     }
 
     void respond() {
         using B = HttpTestRoute::Behaviour;
-        using F = HttpTestRoute::Framing;
         m_state = m_route.behaviour == B::NeverAnswer ? State::Silent : State::Sending;
         if (m_route.behaviour == B::Raw) {
             m_socket->write(m_route.body);
@@ -89,15 +80,12 @@ private:
             head += name + ": " + value + "\r\n";
             hasLength = hasLength || name.compare("Content-Length", Qt::CaseInsensitive) == 0;
         }
-        head += m_route.rawHeaders;
         const qint64 announced = m_route.declaredLength >= 0 ? m_route.declaredLength : m_bodyTotal;
-        if (m_route.framing == F::ContentLength && !hasLength)
+        if (!m_route.chunked && !hasLength)
             head += "Content-Length: " + QByteArray::number(announced) + "\r\n";
-        if (m_route.framing == F::Chunked)
+        if (m_route.chunked)
             head += "Transfer-Encoding: chunked\r\n";
-        if (m_route.framing == F::CloseDelimited)
-            head += "Connection: close\r\n";
-        head += "\r\n";
+        head += m_route.rawHeaders + "\r\n";
         m_headSent = 0;
         pump();
     }
@@ -123,7 +111,7 @@ private:
         const QByteArray piece = m_route.behaviour == HttpTestRoute::Behaviour::Endless
                                      ? HttpTestServer::pattern(size, m_bodySent)
                                      : m_route.body.mid(int(m_bodySent), int(size));
-        if (m_route.framing == HttpTestRoute::Framing::Chunked)
+        if (m_route.chunked)
             m_socket->write(QByteArray::number(piece.size(), 16) + "\r\n" + piece + "\r\n");
         else
             m_socket->write(piece);
@@ -131,11 +119,10 @@ private:
     }
 
     void endResponse() {
-        using F = HttpTestRoute::Framing;
-        if (m_route.framing == F::Chunked)
+        if (m_route.chunked)
             m_socket->write("0\r\n\r\n");
-        const bool cutShort = m_route.framing == F::ContentLength && m_route.declaredLength > m_bodySent;
-        if (m_route.framing == F::CloseDelimited || (cutShort && m_route.closeWhenShort)) {
+        const bool cutShort = !m_route.chunked && m_route.declaredLength > m_bodySent;
+        if (cutShort && m_route.closeWhenShort) {
             close();
         } else if (cutShort) {
             m_state = State::Silent; // the client waits for bytes that never come
@@ -155,7 +142,6 @@ private:
     QTcpSocket* const m_socket;
     State m_state = State::Reading;
     QByteArray m_input;
-    QString m_path;
     HttpTestRoute m_route;
     QByteArray m_head;
     int m_headSent = 0;

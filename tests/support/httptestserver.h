@@ -14,38 +14,32 @@ struct HttpTestRoute {
         Endless,     // pattern() bytes until the client closes
         Raw          // send body as it is (none: no answer at all), then close
     };
-    enum class Framing {
-        ContentLength, // declaredLength, or the real size
-        Chunked,
-        CloseDelimited // the server closes the connection after the body
-    };
 
     explicit HttpTestRoute(Behaviour behaviour = Behaviour::Answer, int status = 200,
                            const QByteArray& body = {}, const Headers& headers = {})
         : behaviour(behaviour)
         , status(status)
-        , headers(headers)
-        , body(body) {}
+        , body(body)
+        , headers(headers) {}
 
     Behaviour behaviour;
     int status;
-    Headers headers;
-    QByteArray rawHeaders; // "Name: value\r\n" lines sent after headers, as they are
     QByteArray body;
+    Headers headers;
+    QByteArray rawHeaders;     // "Name: value\r\n" lines sent after headers, as they are
     int trickleBytes = 0;      // > 0: send the body this many bytes ...
     int trickleIntervalMs = 0; // ... per interval
-    Framing framing = Framing::ContentLength;
+    bool chunked = false;      // else with a Content-Length
     // Announced instead of the real length; when larger, the server sends the
     // body it has, then stays silent, or closes with closeWhenShort.
     qint64 declaredLength = -1;
     bool closeWhenShort = false;
 };
 
-// A scriptable HTTP/1.1 server on 127.0.0.1 (a free port) for tests. Lives on
-// the creating thread and serves from its event loop (zuvotest::waitUntil);
-// the destructor drops every connection. Connections are kept alive between
-// requests. Routes are looked up by path without the query; an unknown path
-// is answered 404. A request (a head, no body) counts once its head is read.
+// A scriptable HTTP/1.1 server on 127.0.0.1 (a free port) for tests. Lives on the creating thread and
+// serves from its event loop (zuvotest::waitUntil); the destructor drops every connection. Connections
+// are kept alive between requests. Routes are looked up by path without the query; an unknown path is
+// answered 404. A request (a head, no body) counts once its head is read.
 class HttpTestServer : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY(HttpTestServer)
@@ -53,7 +47,6 @@ class HttpTestServer : public QObject {
 public:
     using Headers = HttpTestRoute::Headers;
     using Behaviour = HttpTestRoute::Behaviour;
-    using Framing = HttpTestRoute::Framing;
 
     explicit HttpTestServer(QObject* parent = nullptr);
     ~HttpTestServer() override;
@@ -83,10 +76,10 @@ public:
         route.trickleIntervalMs = intervalMs;
         setRoute(path, route);
     }
-    // pattern() bytes until the client closes.
-    void setEndless(const QString& path, Framing framing = Framing::Chunked) {
+    // pattern() bytes, chunked, until the client closes.
+    void setEndless(const QString& path) {
         HttpTestRoute route(Behaviour::Endless);
-        route.framing = framing;
+        route.chunked = true;
         setRoute(path, route);
     }
     // A 200 answer "flood" after `count` extra fields of 32 bytes each.

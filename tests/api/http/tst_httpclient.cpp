@@ -116,7 +116,6 @@ TEST_F(HttpClientTest, AnswersDeliverCodeBodyAndHeadersAndRedirectsAreFollowedWi
         const HttpClientResult result = fetch(url("/r1"), limited);
         const bool followed = maxRedirects == 3;
         EXPECT_EQ(result.status(), followed ? Status::ok : Status::tooManyRedirects);
-        EXPECT_EQ(result.url().toString(), url("/r1"));
         EXPECT_TRUE(!followed || (result.body() == HttpTestServer::pattern(1000) &&
                                   result.finalUrl().toQUrl() == QUrl(url("/dir/final"))));
     }
@@ -130,15 +129,13 @@ TEST_F(HttpClientTest, AnswersDeliverCodeBodyAndHeadersAndRedirectsAreFollowedWi
               std::make_tuple(Status::httpError, 307, std::string("/dir/r3"), followed));
 }
 
-// Refusals, failures, local files, header floods, and bodies cut at the read
-// limit (decoded too) or at the total time limit: each fetch ends later, with
-// its status, well within a hang guard.
+// Refusals, failures, local files, header floods, bodies cut at the read limit (decoded too) or at the
+// total time limit: each fetch ends later, with its status, well within a hang guard.
 TEST_F(HttpClientTest, EachFetchEndsWithItsStatusCodeAndBodyWithinItsLimits) {
+    const QByteArray local = "local playlist content";
     QTemporaryDir dir;
     QFile file(dir.filePath(QStringLiteral("list.m3u")));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("local playlist content");
-    file.close();
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(local) == local.size() && file.flush());
     const QString fileUrl = QUrl::fromLocalFile(file.fileName()).toString();
     const QString noFile = QUrl::fromLocalFile(dir.filePath(QStringLiteral("missing"))).toString();
     const QString refused = QStringLiteral("http://127.0.0.1:%1/x").arg(HttpTestServer::unusedPort());
@@ -146,26 +143,21 @@ TEST_F(HttpClientTest, EachFetchEndsWithItsStatusCodeAndBodyWithinItsLimits) {
     server.setRaw(QStringLiteral("/hangup"), {});
     server.setRaw(QStringLiteral("/notHttp"), "garbage\r\n\r\n");
     server.setRaw(QStringLiteral("/badField"), "HTTP/1.1 200 OK\r\nno colon\r\nContent-Length: 2\r\n\r\nxx");
-    // About 45 bytes a field: 2,000 fields pass the default 64 KiB (100,000 of
-    // them end at the cap, not after all: tst_hostilepeers).
+    // 2,000 fields of about 45 bytes pass the default 64 KiB (a 100,000 flood: tst_hostilepeers).
     server.setHeaderFlood(QStringLiteral("/flood"), 2000);
 
     constexpr int limit = 1000;
     const QByteArray plain = HttpTestServer::pattern(3 * 1024 * 1024); // compresses far below the limit
     server.setResponse(QStringLiteral("/big"), 200, plain.left(5000));
     server.setResponse(QStringLiteral("/exact"), 200, plain.left(limit));
-    server.setResponse(QStringLiteral("/missingBig"), 404, plain.left(5000));
     server.setResponse(QStringLiteral("/large"), 200, plain);
     // Endless bodies: a client that reads on past the limit runs into the time limit.
-    server.setEndless(QStringLiteral("/chunked"), HttpTestRoute::Framing::Chunked);
-    server.setEndless(QStringLiteral("/unframed"), HttpTestRoute::Framing::CloseDelimited);
+    server.setEndless(QStringLiteral("/chunked"));
     HttpTestRoute liar(HttpTestRoute::Behaviour::Answer, 200, plain.left(limit)); // then stays silent
     liar.declaredLength = 100000;
     server.setRoute(QStringLiteral("/announced"), liar);
     server.setDeflate(QStringLiteral("/deflateBig"), plain.left(200000));
     server.setDeflate(QStringLiteral("/deflateExact"), plain.left(limit));
-    server.setResponse(QStringLiteral("/deflateMissing"), 404, HttpTestServer::deflate(plain.left(300)),
-                       {{"Content-Encoding", "deflate"}});
     server.setResponse(QStringLiteral("/corrupt"), 200, "not deflate data",
                        {{"Content-Encoding", "deflate"}});
     server.setNeverAnswer(QStringLiteral("/silent"));
@@ -175,7 +167,6 @@ TEST_F(HttpClientTest, EachFetchEndsWithItsStatusCodeAndBodyWithinItsLimits) {
     server.setTrickle(QStringLiteral("/short"), plain.left(10), 2, 10);
 
     using S = Status;
-    const QByteArray local = "local playlist content";
     const struct {
         QString url;
         Status::Enum status;
@@ -204,14 +195,11 @@ TEST_F(HttpClientTest, EachFetchEndsWithItsStatusCodeAndBodyWithinItsLimits) {
         {url("/flood"), S::ok, 200, "flood", limit, 10000, true, false, 1024 * 1024},
         {url("/big"), S::sizeLimitExceeded, 200, plain.left(limit)},
         {url("/exact"), S::ok, 200, plain.left(limit)},
-        {url("/missingBig"), S::sizeLimitExceeded, 404, plain.left(limit)},
         {url("/large"), S::ok, 200, plain, 0},
         {url("/chunked"), S::sizeLimitExceeded, 200, plain.left(limit)},
-        {url("/unframed"), S::sizeLimitExceeded, 200, plain.left(limit)},
         {url("/announced"), S::sizeLimitExceeded, 200, plain.left(limit)}, // by the limit, not by time
         {url("/deflateBig"), S::sizeLimitExceeded, 200, plain.left(limit)},
         {url("/deflateExact"), S::ok, 200, plain.left(limit)},
-        {url("/deflateMissing"), S::httpError, 404, plain.left(300)},
         {url("/corrupt"), S::networkError, 200, {}},
         {url("/silent"), S::timeout, 0, {}, limit, 300},
         {url("/trickle"), S::timeout, 200, plain.left(2000), limit * 10, 300, true, true},
@@ -229,13 +217,12 @@ TEST_F(HttpClientTest, EachFetchEndsWithItsStatusCodeAndBodyWithinItsLimits) {
         clock.start();
         const HttpClientResult result = fetch(c.url, limited);
         EXPECT_LT(clock.elapsed(), zuvotest::scaledMs(8000)) << "a hang guard, not a performance figure";
-        EXPECT_EQ(std::make_tuple(result.status(), result.httpCode(), result.errorString().isEmpty()),
-                  std::make_tuple(c.status, c.code, c.status == Status::ok));
-        EXPECT_EQ(result.url().toString(), c.url);
+        EXPECT_EQ(std::make_tuple(result.status(), result.httpCode(), result.errorString().isEmpty(),
+                                  result.url().toString()),
+                  std::make_tuple(c.status, c.code, c.status == Status::ok, c.url));
         EXPECT_TRUE(c.partial ? result.body().size() < c.body.size() && c.body.startsWith(result.body())
                               : result.body() == c.body);
-        // A transfer ended early closes its connection, else an endless body
-        // would go on.
+        // A transfer ended early closes its connection (an endless body would go on).
         const bool early =
             c.status == S::sizeLimitExceeded || c.status == S::timeout || c.status == S::headerSizeExceeded;
         EXPECT_TRUE(!early || !c.url.startsWith(QLatin1String("http:")) ||
