@@ -138,11 +138,14 @@ TEST(ZuvoPlay, CommandsFromStdinSteerAFolderOfAudioFiles) {
     ASSERT_GE(at = play.waitFor(event("track", "index", 0), at), 0);
     // The streamer may receive the play after the track change is shown.
     ASSERT_TRUE(zuvotest::waitUntil([&] { return play.all(command("play")).size() == 3; }));
-    QStringList uris;
-    for (const QJsonObject& track : play.all(event("track")))
+    QStringList uris, titles;
+    for (const QJsonObject& track : play.all(event("track"))) {
         uris << track["uri"].toString();
+        titles << track["title"].toString();
+    }
     const QString a = QUrl::fromLocalFile(dir.filePath("a.wav")).toString();
     EXPECT_EQ(uris, QStringList({a, QUrl::fromLocalFile(dir.filePath("b.MP3")).toString(), a}));
+    EXPECT_EQ(titles, QStringList({"a.wav", "b.MP3", "a.wav"})); // a file item is titled by its name
 
     play.send("jump 3");
     ASSERT_GE(at = play.waitFor(event("error", "input", "jump 3"), at), 0);

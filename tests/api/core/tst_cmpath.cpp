@@ -1,3 +1,4 @@
+#include <QDebug>
 #include <gtest/gtest.h>
 
 #include <utility>
@@ -47,6 +48,9 @@ TEST(CMPath, ParametersComparisonAndAppending) {
     EXPECT_EQ(qHash(withParams.withoutParams()), qHash(plain));
     EXPECT_FALSE(CMPath().equals(CMPath("/"), CMPath::CompareWithoutParams));
     EXPECT_TRUE(CMPath().isEmpty() && !CMPath("/").isEmpty() && withParams.hasParams() && !plain.hasParams());
+    QString logged; // log lines show a path in its encoded form, unquoted
+    QDebug(&logged) << withParams;
+    EXPECT_EQ(logged.trimmed(), withParams.toEncoded());
 
     EXPECT_EQ((CMPath("/player?x=1") + QStringLiteral("/control")).toEncoded(),
               QStringLiteral("/player/control?x=1"));
