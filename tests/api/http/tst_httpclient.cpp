@@ -1,8 +1,10 @@
 #include "httpclient.h"
 #include "support/eventloop.h"
 #include "support/httptestserver.h"
+#include "support/logcapture.h"
 
 #include <QElapsedTimer>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 #include <memory>
@@ -68,6 +70,7 @@ TEST_F(HttpClientTest, AnswersDeliverCodeBodyAndHeadersAndRedirectsAreFollowedWi
         sending.setRequestHeader("X-Split", "a\r\nInjected: 1")};
     EXPECT_EQ(accepted, std::vector<bool>({true, true, false, false, false}));
     EXPECT_EQ(sending.requestHeaders().size(), 1);
+    LogCapture log; // answers, even error statuses, are no errors of the client
 
     const struct {
         const char* path;
@@ -127,6 +130,8 @@ TEST_F(HttpClientTest, AnswersDeliverCodeBodyAndHeadersAndRedirectsAreFollowedWi
                               unfollowed.headers().value(QStringLiteral("location")).toStdString(),
                               server.requestCount(QStringLiteral("/dir/r3"))),
               std::make_tuple(Status::httpError, 307, std::string("/dir/r3"), followed));
+    const QRegularExpression errorLine(QStringLiteral("^ERROR "), QRegularExpression::MultilineOption);
+    EXPECT_FALSE(log.toString().contains(errorLine)) << log.toString().toStdString();
 }
 
 // Refusals, failures, local files, header floods, bodies cut at the read limit (decoded too) or at the
