@@ -78,7 +78,6 @@ struct World {
         QObject::connect(&streamer, &StreamerService::dataPublished, &streamer,
                          [this](const ZuvoStreamerData& data) { records.append(data); });
     }
-    SimulatedStreamer& sim() { return static_cast<SimulatedStreamer&>(streamer); }
 
     CMReply<QVariant> send(const CMPath& command, const QVariant& payload = QVariant()) {
         CMReply<QVariant> reply;

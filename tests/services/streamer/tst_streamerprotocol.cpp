@@ -1,7 +1,5 @@
-// The streamer protocol, as every streamer service of the build serves it:
-// every command in every state, and the refusals. Each service brings its
-// own media: URIs the simulated streamer understands (its clock stands
-// still), real audio files for GStreamer (real time into a null sink).
+// Every command in every state, and the refusals, on every streamer service
+// of the build, each with its own media (simulated URIs, real WAV files).
 
 #include <gtest/gtest.h>
 
@@ -136,14 +134,11 @@ TEST_P(StreamerProtocol, EveryCommandInEveryState) {
             EXPECT_EQ(w->streamer.isActive(), !isStopped(data));
             if (reply.hasError())
                 continue;
-            if (cmd == Play || cmd == SetNext) {
-                EXPECT_EQ(cmd == Play ? data.trackRoles().title() : data.nextTrackRoles().title(),
-                          uri(cmd == Play ? New : Later));
-            }
-            if (cmd == SeekTime) { // a real engine may have played on from there already
-                EXPECT_GE(w->streamer.playTimeMs(), 500);
-                EXPECT_LT(w->streamer.playTimeMs(), 600);
-            }
+            const QString title = cmd == Play ? data.trackRoles().title() : data.nextTrackRoles().title();
+            EXPECT_TRUE((cmd != Play && cmd != SetNext) || title == uri(cmd == Play ? New : Later))
+                << title.toStdString();
+            const qint64 at = w->streamer.playTimeMs(); // a real engine may have played on from a seek
+            EXPECT_TRUE(cmd != SeekTime || (at >= 500 && at < 600)) << at;
         }
     }
 }

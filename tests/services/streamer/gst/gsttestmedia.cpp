@@ -1,6 +1,7 @@
 #include "gsttestmedia.h"
 
 #include <QDataStream>
+#include <QtEndian>
 #include <gst/gst.h>
 
 namespace gsttest {
@@ -30,22 +31,15 @@ QByteArray wavFile(const QVector<qint16>& samples) {
 }
 
 QVector<qint16> wavSamples(const QByteArray& file) {
-    if (!file.startsWith("RIFF") || file.mid(8, 4) != "WAVE")
-        return {};
-    QDataStream stream(file);
-    stream.setByteOrder(QDataStream::LittleEndian);
-    stream.skipRawData(12);
-    char id[4];
-    quint32 size = 0;
-    while (stream.readRawData(id, 4) == 4 && !(stream >> size).atEnd()) {
-        if (QByteArray(id, 4) != "data") {
-            stream.skipRawData(int(size + (size & 1)));
-            continue;
+    // The chunks after the RIFF header, up to the "data" one.
+    for (int at = 12; file.startsWith("RIFF") && file.mid(8, 4) == "WAVE" && at + 8 <= file.size();) {
+        const quint32 size = qFromLittleEndian<quint32>(file.constData() + at + 4);
+        if (file.mid(at, 4) == "data") {
+            QVector<qint16> samples(int(qMin<qint64>(size, file.size() - at - 8) / 2));
+            qFromLittleEndian<qint16>(file.constData() + at + 8, samples.size(), samples.data());
+            return samples;
         }
-        QVector<qint16> samples(int(qMin<qint64>(size, file.size() - stream.device()->pos()) / 2));
-        for (qint16& sample : samples)
-            stream >> sample;
-        return samples;
+        at += 8 + int(size + (size & 1));
     }
     return {};
 }
@@ -53,10 +47,10 @@ QVector<qint16> wavSamples(const QByteArray& file) {
 QString runPipeline(const QString& description) {
     GError* error = nullptr;
     GstElement* pipeline = gst_parse_launch(description.toUtf8().constData(), &error);
-    QString result = error ? QString::fromUtf8(error->message) : QString();
-    g_clear_error(&error);
+    QString result = error ? QString::fromUtf8(error->message) : QStringLiteral("parse failed");
+    g_clear_error(&error); // a recoverable one leaves a pipeline that may run all the same
     if (!pipeline)
-        return result.isEmpty() ? QStringLiteral("parse failed") : result;
+        return result;
     gst_element_set_state(pipeline, GST_STATE_PLAYING);
     GstBus* bus = gst_element_get_bus(pipeline);
     GstMessage* message =
@@ -64,11 +58,10 @@ QString runPipeline(const QString& description) {
     result = message ? QString() : QStringLiteral("timeout");
     if (message && GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
         gst_message_parse_error(message, &error, nullptr);
-        result = QString::fromUtf8(error ? error->message : "error");
+        result = QString::fromUtf8(error->message);
         g_clear_error(&error);
     }
-    if (message)
-        gst_message_unref(message);
+    gst_clear_message(&message);
     gst_object_unref(bus);
     gst_element_set_state(pipeline, GST_STATE_NULL);
     gst_object_unref(pipeline);

@@ -7,8 +7,8 @@
 #include "gsttestfixture.h"
 #include "support/eventloop.h"
 
-// GstEngine on real pipelines into a WAV file or a real-time null sink.
-// Hand-overs and failures: tst_gststreamer_playlogic.cpp.
+// GstEngine on real pipelines into a WAV file or a real-time null sink (its pace:
+// tst_streamerprotocol.cpp). Hand-overs and failures: tst_gststreamer_playlogic.cpp.
 
 using zuvotest::waitUntil;
 
@@ -38,7 +38,7 @@ struct EngineRun {
 
 using GstEngineTest = gsttest::Fixture;
 
-TEST_F(GstEngineTest, PauseSeekAndPlayTimeInRealTime) {
+TEST_F(GstEngineTest, PauseHoldsThePositionAndSeeksSetNearEnd) {
     EngineRun run(AudioSinkSpec(AudioSinkSpec::Kind::Null));
     GstEngine& engine = *run.engine;
     engine.play(write(QStringLiteral("long.wav"), gsttest::wavFile(gsttest::tone(44100 * 8, 5))), ZuvoRoles(),
@@ -48,15 +48,7 @@ TEST_F(GstEngineTest, PauseSeekAndPlayTimeInRealTime) {
     EXPECT_EQ(engine.positionMs(), 0); // seekable by time only: tst_streamerprotocol.cpp
 
     engine.setPaused(false);
-    QElapsedTimer clock;
-    clock.start();
-    waitUntil([] { return false; }, 1500);
-    // The position is read at each poll: compare it with the clock as it moves.
-    const qint64 before = engine.positionMs();
-    ASSERT_TRUE(waitUntil([&] { return engine.positionMs() != before; }));
-    EXPECT_NEAR(double(engine.positionMs()) / double(clock.elapsed()), 1.0, 0.1)
-        << engine.positionMs() << " ms played in " << clock.elapsed() << " ms";
-
+    ASSERT_TRUE(waitUntil([&] { return engine.positionMs() > 300; }));
     engine.setPaused(true);
     waitUntil([] { return false; }, 300);
     const qint64 pausedAt = engine.positionMs();
@@ -68,13 +60,11 @@ TEST_F(GstEngineTest, PauseSeekAndPlayTimeInRealTime) {
     ASSERT_TRUE(waitUntil([&] { return engine.positionMs() >= 6000 && engine.positionMs() < 6100; }));
     engine.seek(1000);
     EXPECT_FALSE(engine.nearEnd());
-    engine.setPaused(false);
-    ASSERT_TRUE(waitUntil([&] { return engine.positionMs() > 1200; }));
     engine.stop();
     EXPECT_FALSE(waitUntil([&] { return run.idle(); }, 300)) << "stop() is silent";
 }
 
-TEST_F(GstEngineTest, DecodesEachFormatAndHls) {
+TEST_F(GstEngineTest, DecodesEachFormat) {
     const QString source = write(QStringLiteral("source.wav"), gsttest::wavFile(gsttest::tone(44100, 6)));
     const char* const encoders[] = {
         "flacenc",    "vorbisenc ! oggmux",           "audioresample ! opusenc ! oggmux",
@@ -87,25 +77,6 @@ TEST_F(GstEngineTest, DecodesEachFormatAndHls) {
         ASSERT_TRUE(run.playToTheEnd(file)) << run.detail.toStdString();
         EXPECT_NEAR(seconds(QStringLiteral("out.wav")), 1.0, 0.06);
     }
-
-    // HLS: 1 s segments of AAC in MPEG-TS, served here.
-    const QString hls = path(QStringLiteral("hls"));
-    QDir().mkpath(hls);
-    ASSERT_EQ(gsttest::runPipeline(
-                  QStringLiteral("audiotestsrc num-buffers=90 samplesperbuffer=1470 ! "
-                                 "audio/x-raw,rate=44100,channels=2 ! voaacenc ! aacparse ! "
-                                 "hlssink2 location=\"%1/seg%05d.ts\" playlist-location=\"%1/list.m3u8\" "
-                                 "target-duration=1 max-files=0 playlist-length=0")
-                      .arg(hls)),
-              QString());
-    const QStringList files = QDir(hls).entryList(QDir::Files);
-    ASSERT_GE(files.size(), 3);
-    for (const QString& name : files)
-        server.setResponse(QStringLiteral("/hls/") + name, 200, read(QStringLiteral("hls/") + name));
-    EngineRun run(wavSink());
-    ASSERT_TRUE(run.playToTheEnd(server.url(QStringLiteral("/hls/list.m3u8")))) << run.detail.toStdString();
-    EXPECT_EQ(server.requestCount(QStringLiteral("/hls/seg00001.ts")), 1);
-    EXPECT_GE(seconds(QStringLiteral("out.wav")), 2.0);
 }
 
 int countEntries(const char* dir) {
