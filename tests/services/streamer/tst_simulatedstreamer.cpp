@@ -125,9 +125,11 @@ TEST(SimulatedStreamerTest, BufferNearEndGaplessSuccessorAndEndOfStream) {
 
     const int byteReports = bytes.values.size();
     ASSERT_EQ(reports(false), "ok");
-    ASSERT_EQ(w.call(ZuvoStreamerPlayPath(), playArgs(QStringLiteral("http://h/b.mp3"))), "id:3");
+    ASSERT_EQ(w.call(ZuvoStreamerPlayPath(), playArgs(QStringLiteral("http://h/b.mp3"), true)), "id:3");
     ASSERT_TRUE(waitUntil([&] { return levels.values.last() == 100; }));
     EXPECT_EQ(bytes.values.size(), byteReports);
+    ASSERT_EQ(reports(true), "ok"); // on again: the amount buffered meanwhile at once
+    EXPECT_TRUE(waitUntil([&] { return bytes.values.last() == full; }));
 }
 
 // Failures while opening or after a playing time, and a crash: the play is

@@ -64,7 +64,7 @@ TEST_F(GstEngineTest, PauseHoldsThePositionAndSeeksSetNearEnd) {
     EXPECT_FALSE(waitUntil([&] { return run.idle(); }, 300)) << "stop() is silent";
 }
 
-TEST_F(GstEngineTest, DecodesEachFormat) {
+TEST_F(GstEngineTest, DecodesEachFormatAndHls) {
     const QString source = write(QStringLiteral("source.wav"), gsttest::wavFile(gsttest::tone(44100, 6)));
     const char* const encoders[] = {
         "flacenc",    "vorbisenc ! oggmux",           "audioresample ! opusenc ! oggmux",
@@ -77,6 +77,25 @@ TEST_F(GstEngineTest, DecodesEachFormat) {
         ASSERT_TRUE(run.playToTheEnd(file)) << run.detail.toStdString();
         EXPECT_NEAR(seconds(QStringLiteral("out.wav")), 1.0, 0.06);
     }
+
+    // HLS: 1 s segments of AAC in MPEG-TS, served here.
+    const QString hls = path(QStringLiteral("hls"));
+    QDir().mkpath(hls);
+    ASSERT_EQ(gsttest::runPipeline(
+                  QStringLiteral("audiotestsrc num-buffers=90 samplesperbuffer=1470 ! "
+                                 "audio/x-raw,rate=44100,channels=2 ! voaacenc ! aacparse ! "
+                                 "hlssink2 location=\"%1/seg%05d.ts\" playlist-location=\"%1/list.m3u8\" "
+                                 "target-duration=1 max-files=0 playlist-length=0")
+                      .arg(hls)),
+              QString());
+    const QStringList files = QDir(hls).entryList(QDir::Files);
+    ASSERT_GE(files.size(), 3);
+    for (const QString& name : files)
+        server.setResponse(QStringLiteral("/hls/") + name, 200, read(QStringLiteral("hls/") + name));
+    EngineRun run(wavSink());
+    ASSERT_TRUE(run.playToTheEnd(server.url(QStringLiteral("/hls/list.m3u8")))) << run.detail.toStdString();
+    EXPECT_EQ(server.requestCount(QStringLiteral("/hls/seg00001.ts")), 1);
+    EXPECT_GE(seconds(QStringLiteral("out.wav")), 2.0);
 }
 
 int countEntries(const char* dir) {
