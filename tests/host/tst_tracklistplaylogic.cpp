@@ -198,6 +198,13 @@ TEST_F(TrackListPlayLogicTest, RefusedPlaysPublishNothingAndStopDoesNotWaitForAP
     ASSERT_TRUE(waitUntil([&] { return published().state() == State::stopped; }));
     EXPECT_TRUE(play.isFinished());
     EXPECT_EQ(streamer.count(Command::play), 0);
+
+    // Stopped, a mode change is answered at once and offers what follows.
+    const CMReply<QVariant> mode = client->changePlayMode(Mode::repeatAll);
+    ASSERT_TRUE(waitUntil([&] { return mode.isFinished(); }));
+    EXPECT_FALSE(mode.hasError());
+    EXPECT_EQ(std::make_tuple(client->playMode(), published().controls().next_()),
+              std::make_tuple(Mode::repeatAll, true)); // the one item repeats
 }
 
 } // namespace

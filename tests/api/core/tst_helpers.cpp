@@ -40,6 +40,7 @@ TEST(MimeTypes, SchemeDecidesFirstThenThePathSuffix) {
         {"mp3", other},
         {"mmsx://host/a", other},
         {"1x://radio.example.mp3", "audio/mpeg"}, // a scheme starts with a letter: a plain path
+        {"x-b.c+d2://radio.example.mp3", other},  // then letters, digits, '-', '.' and '+'
     };
     for (const auto& [uri, expected] : cases)
         EXPECT_EQ(MimeTypes::URIToMimeType(QString::fromUtf8(uri), QLatin1String(other)),
@@ -60,6 +61,7 @@ TEST(TrExtractContext, TakesTheScopeOfTheFunctionNameAndNeverGrows) {
         {"bool Foo::operator<(const Foo&) const", "Foo"},
         {"void Foo::operator()(int)", "Foo"},
         {"A::operator B::C() const", "A"},
+        {"A::operator const char*() const", "A"},
         {"QDebug operator<<(QDebug, const CMPath&)", "operator<<"},
         {"StreamerPlayLogic::playInternal(const ZuvoPlayLogicPlayArgs&)::<lambda(const CMVoidReply&)>",
          "StreamerPlayLogic"},

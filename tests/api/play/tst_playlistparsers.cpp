@@ -196,6 +196,12 @@ TEST(PlayListParsers, FormatsAndHostileBodies) {
     const QByteArray big(4000, 'a');
     const int count = PlayListParser::MaxRows + 5;
     const int max = PlayListParser::MaxRows;
+    const QByteArray references =
+        "<!DOCTYPE asx [<!ENTITY a \"" + big + "\">]><asx>" +
+        QByteArray("<entry><title>&a;</title><ref href='x'/></entry>").repeated(2000) + "</asx>";
+    QByteArray utf16;
+    for (const char c : references)
+        utf16 += QByteArray(1, c) + '\0';
     QByteArray plsFiles;
     for (int i = 1; i <= count; ++i)
         plsFiles += "File" + QByteArray::number(i) + "=x\n";
@@ -210,10 +216,8 @@ TEST(PlayListParsers, FormatsAndHostileBodies) {
          'W', 1},
         {"legal nesting", "<asx>" + QByteArray("<repeat>").repeated(200) + "<entry><ref href='a'/></entry>",
          'A', 1},
-        {"references to a large entity",
-         "<!DOCTYPE asx [<!ENTITY a \"" + big + "\">]><asx>" +
-             QByteArray("<entry><title>&a;</title><ref href='x'/></entry>").repeated(2000) + "</asx>",
-         'A', expandedRows},
+        {"references to a large entity", references, 'A', expandedRows},
+        {"references to a large entity, UTF-16 without byte-order mark", utf16, 'A', expandedRows},
         {"references in one attribute",
          "<?wpl version=\"1.0\"?><!DOCTYPE smil [<!ENTITY a \"" + big + "\">]><smil><media src=\"" +
              QByteArray("&a;").repeated(100000) + "\"/></smil>",
