@@ -61,7 +61,7 @@ TEST(TrExtractContext, TakesTheScopeOfTheFunctionNameAndNeverGrows) {
         {"bool Foo::operator<(const Foo&) const", "Foo"},
         {"void Foo::operator()(int)", "Foo"},
         {"A::operator B::C() const", "A"},
-        {"A::operator const char*() const", "A"},
+        {"A::operator const char*()::<lambda()>", "A"},
         {"QDebug operator<<(QDebug, const CMPath&)", "operator<<"},
         {"StreamerPlayLogic::playInternal(const ZuvoPlayLogicPlayArgs&)::<lambda(const CMVoidReply&)>",
          "StreamerPlayLogic"},
