@@ -184,7 +184,10 @@ TEST(ZuvoInitLogging, ReadsTheFileNamedByTheEnvironmentElseLogsWarningsToStderr)
     expectDefaultConfiguration();
     const QString missing = dir.filePath(QStringLiteral("missing.properties"));
     initFrom(missing);
+    testing::internal::CaptureStderr();
     EXPECT_FALSE(zuvoInitLogging(missing));
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("cannot read log configuration file"),
+              std::string::npos);
     expectDefaultConfiguration();
 
     // The shipped example loads.

@@ -100,6 +100,8 @@ TEST(SimulatedStreamerTest, BufferNearEndGaplessSuccessorAndEndOfStream) {
                          if (d.trackNearEnd() && d.playbackId() == 1 && !queued)
                              queued = w.send(ZuvoStreamerSetNextMediaPath(), playArgs(second));
                      });
+    const auto published = [](const CMValueItem& item) { return !item.value().__hash().isEmpty(); };
+    ASSERT_TRUE(waitUntil([&] { return published(bytes) && published(levels) && published(playTimes); }));
     ASSERT_EQ(reports(true), "ok");
     ASSERT_EQ(
         w.call(ZuvoStreamerPlayPath(), playArgs(QStringLiteral("http://h/1.mp3?zuvo-duration=8000"), true)),
