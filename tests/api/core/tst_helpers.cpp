@@ -1,5 +1,4 @@
 #include <QFile>
-#include <QFileInfo>
 #include <QRegularExpression>
 #include <QSet>
 #include <QTemporaryDir>
@@ -192,8 +191,7 @@ TEST(ZuvoInitLogging, ReadsTheFileNamedByTheEnvironmentElseLogsWarningsToStderr)
 
     // The shipped example loads.
     root.setLogLevel(log4cplus::TRACE_LOG_LEVEL);
-    ASSERT_TRUE(zuvoInitLogging(QFileInfo(QStringLiteral(__FILE__)).path() +
-                                QStringLiteral("/../../../examples/log4cplus.properties")));
+    ASSERT_TRUE(zuvoInitLogging(QStringLiteral(ZUVO_EXAMPLES_DIR "/log4cplus.properties")));
     expectDefaultConfiguration(false);
     saved.isNull() ? qunsetenv(ZUVO_LOG_CONFIG_ENV) : qputenv(ZUVO_LOG_CONFIG_ENV, saved);
     zuvoInitLogging();
